@@ -75,4 +75,8 @@ class PortLayer {
 // The backend of the platform the program was built for.
 PortLayer& system_port_layer();
 
+// Makes standard output pass bytes unchanged ("\n" stays one byte) so the console output is the
+// same on every platform; called once by the program before it prints.
+void prepare_console();
+
 }  // namespace pelmo::port
