@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace pelmo {
+
+// Everything from the stream's current position to its end, read in one go. A read error ends the
+// text where it happened.
+std::string read_stream_text(std::FILE* input);
+
+// Takes the next line from `rest` the way a bounded line read does: at most `max_chars` characters,
+// ending after the first LF. A longer line is left in `rest` as further pieces. Returns the piece
+// with its LF, if any; `rest` must not be empty.
+inline std::string_view take_line_piece(std::string_view& rest, std::size_t max_chars) {
+  const std::string_view window = rest.substr(0, max_chars);
+  const std::size_t line_feed = window.find('\n');
+  const std::size_t length = line_feed == std::string_view::npos ? window.size() : line_feed + 1;
+  const std::string_view piece = rest.substr(0, length);
+  rest.remove_prefix(length);
+  return piece;
+}
+
+// Removes one trailing LF, then one trailing CR, so lines may end in LF or CR LF.
+inline std::string_view strip_line_end(std::string_view line) {
+  if (!line.empty() && line.back() == '\n') {
+    line.remove_suffix(1);
+  }
+  if (!line.empty() && line.back() == '\r') {
+    line.remove_suffix(1);
+  }
+  return line;
+}
+
+}  // namespace pelmo
