@@ -1,0 +1,54 @@
+#include "app/console.hpp"
+
+#include <cstdarg>
+
+namespace pelmo {
+
+Console::Console(std::FILE* stream, TickSource tick) : stream_(stream), tick_(std::move(tick)) {}
+
+void Console::begin_status(std::string_view label, bool show) {
+  label_.assign(label);
+  step_start_ = tick_();
+  if (show) {
+    print_status({});
+  }
+}
+
+void Console::print_status(std::string_view text) {
+  std::fputc('\r', stream_);
+  std::fwrite(label_.data(), 1, label_.size(), stream_);
+  std::fwrite(text.data(), 1, text.size(), stream_);
+  std::fflush(stream_);
+}
+
+void Console::show_progress() {
+  char seconds[24];
+  const int length = std::snprintf(seconds, sizeof seconds, " %u [s]",
+                                   static_cast<unsigned>(elapsed_seconds(step_start_, tick_())));
+  print_status(std::string_view(seconds, static_cast<std::size_t>(length)));
+}
+
+void Console::write(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stream_);
+  std::fflush(stream_);
+}
+
+void Console::write_line(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stream_);
+  std::fputc('\n', stream_);
+  std::fflush(stream_);
+}
+
+void Console::print(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::vfprintf(stream_, format, arguments);
+  va_end(arguments);
+  std::fflush(stream_);
+}
+
+void Console::flush() {
+  std::fflush(stream_);
+}
+
+}  // namespace pelmo

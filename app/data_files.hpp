@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace pelmo {
+
+enum class FileReadStatus {
+  ok,
+  cannot_open,
+  too_large,  // the file holds more bytes than the buffer; the buffer holds its first bytes
+};
+
+struct FileReadResult {
+  FileReadStatus status;
+  std::uint32_t length;  // bytes placed at the start of the buffer
+};
+
+// Reads a whole file in binary mode into the start of `buffer`, never past its end.
+FileReadResult read_binary_file(const std::string& name, std::span<std::uint8_t> buffer);
+
+// Writes `bytes` into a new binary file `name`. A file that cannot be created is silently not
+// written: the data was read from the device successfully and the run does not fail for it.
+void write_binary_file(const std::string& name, std::span<const std::uint8_t> bytes);
+
+}  // namespace pelmo
