@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "simulator/paced_output.hpp"
+
+namespace pelmo::sim {
+
+// The device's serial side: a pseudo-terminal pair whose master the simulator holds (in raw
+// mode, so nothing is echoed or translated) while the program opens the slave as its COM port.
+// The simulator keeps a slave descriptor of its own open as well, so that a program closing the
+// port does not hang the master up between runs. Output goes through a PacedOutput.
+class PtyEndpoint {
+ public:
+  // Throws EndpointError. `link`: a symlink to create to the slave (replacing an old symlink).
+  PtyEndpoint(const std::string& link, std::uint32_t bytes_per_second);
+  ~PtyEndpoint();
+  PtyEndpoint(const PtyEndpoint&) = delete;
+  PtyEndpoint& operator=(const PtyEndpoint&) = delete;
+
+  int fd() const { return master_; }
+  const std::string& slave_path() const { return slave_path_; }
+
+  // Everything the program has written so far.
+  std::vector<std::uint8_t> read_available();
+  void queue(std::span<const std::uint8_t> bytes, std::uint64_t now_ns);
+  // Writes what the line rate allows by now; bytes the pty cannot take yet stay queued.
+  void flush(std::uint64_t now_ns);
+  bool drained() const { return output_.empty(); }
+  // True while the pty refuses more bytes: wait for it to become writable instead of a time.
+  bool blocked() const { return blocked_; }
+  std::optional<std::uint64_t> next_write_ns() const {
+    return blocked_ ? std::nullopt : output_.next_write_ns();
+  }
+
+ private:
+  int master_ = -1;
+  int own_slave_ = -1;
+  std::string slave_path_;
+  std::string link_;
+  PacedOutput output_;
+  bool blocked_ = false;
+};
+
+}  // namespace pelmo::sim

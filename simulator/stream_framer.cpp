@@ -1,0 +1,82 @@
+#include "simulator/stream_framer.hpp"
+
+#include "protocol/bytes.hpp"
+#include "protocol/frame.hpp"
+
+namespace pelmo::sim {
+
+std::vector<FramerEvent> StreamFramer::feed(std::span<const std::uint8_t> bytes,
+                                            std::uint64_t now_ms) {
+  std::vector<FramerEvent> events;
+  if (!bytes.empty()) {
+    pending_.insert(pending_.end(), bytes.begin(), bytes.end());
+    last_byte_ms_ = now_ms;
+  }
+  parse(events);
+  return events;
+}
+
+std::vector<FramerEvent> StreamFramer::expire(std::uint64_t now_ms) {
+  std::vector<FramerEvent> events;
+  if (!pending_.empty() && now_ms - last_byte_ms_ >= QUIET_MS) {
+    events.push_back({{}, pending_.size(), RC_BAD_LENGTH});
+    pending_.clear();
+  }
+  return events;
+}
+
+std::optional<std::uint64_t> StreamFramer::deadline() const {
+  if (pending_.empty()) {
+    return std::nullopt;
+  }
+  return last_byte_ms_ + QUIET_MS;
+}
+
+void StreamFramer::parse(std::vector<FramerEvent>& events) {
+  FramerEvent garbage;
+  const auto drop_one = [&](ResultCode reason) {
+    if (garbage.dropped == 0) {
+      garbage.reason = reason;
+    }
+    ++garbage.dropped;
+    pending_.erase(pending_.begin());
+  };
+  const auto flush_garbage = [&] {
+    if (garbage.dropped > 0) {
+      events.push_back(garbage);
+      garbage = FramerEvent{};
+    }
+  };
+
+  while (!pending_.empty()) {
+    if (pending_[0] != REQUEST_START) {
+      drop_one(RC_BAD_HEADER);
+      continue;
+    }
+    if (pending_.size() < FRAME_HEADER_SIZE) {
+      break;
+    }
+    const std::uint16_t length_field = load_u16_le(pending_.data() + 6);
+    const std::size_t frame_size =
+        code_carries_payload(pending_[1]) ? FRAME_OVERHEAD + length_field : FRAME_OVERHEAD;
+    if (frame_size > FRAME_BUFFER_SIZE) {
+      drop_one(RC_BAD_LENGTH);
+      continue;
+    }
+    if (pending_.size() < frame_size) {
+      break;
+    }
+    FrameFields fields;
+    const std::span<const std::uint8_t> candidate(pending_.data(), frame_size);
+    if (decode_frame(Direction::request, candidate, fields) != RC_OK) {
+      drop_one(RC_BAD_CRC);
+      continue;
+    }
+    flush_garbage();
+    events.push_back({{candidate.begin(), candidate.end()}, 0, RC_OK});
+    pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(frame_size));
+  }
+  flush_garbage();
+}
+
+}  // namespace pelmo::sim

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "protocol/result_code.hpp"
+
+namespace pelmo::sim {
+
+// What the framer found in the serial stream: a complete request frame whose CRC matched, or a
+// run of bytes it dropped (with the reason for the first of them).
+struct FramerEvent {
+  std::vector<std::uint8_t> frame;  // empty for dropped bytes
+  std::size_t dropped = 0;
+  ResultCode reason = RC_OK;
+};
+
+// Cuts request frames out of a serial byte stream. A frame starts with 0xB5; its 8-byte header
+// gives the length (a code below 0x80 never has a payload), then payload and CRC follow. On a wrong
+// start byte, a length no request buffer holds or a CRC that fails, one byte is dropped and the
+// search goes on from the next, so the framer falls back into step after garbage. A partial frame
+// is dropped after QUIET_MS without new bytes, as a device's receiver would reset.
+class StreamFramer {
+ public:
+  static constexpr std::uint32_t QUIET_MS = 100;
+
+  std::vector<FramerEvent> feed(std::span<const std::uint8_t> bytes, std::uint64_t now_ms);
+  // Drops a partial frame whose line has been quiet long enough.
+  std::vector<FramerEvent> expire(std::uint64_t now_ms);
+  // When the partial frame held now expires; none when nothing is held.
+  std::optional<std::uint64_t> deadline() const;
+
+ private:
+  void parse(std::vector<FramerEvent>& events);
+
+  std::vector<std::uint8_t> pending_;
+  std::uint64_t last_byte_ms_ = 0;
+};
+
+}  // namespace pelmo::sim
