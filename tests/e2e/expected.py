@@ -7,7 +7,12 @@ copied from its output, so that a test compares the program against what it must
 from __future__ import annotations
 
 import struct
+import sys
 from dataclasses import dataclass
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+from sample_image import FirmwareHeader  # noqa: E402
 
 BANNER = "PelmoWin (version 1.19) - Quillmark bootloader (serial line/ IP UDP)\n\n"
 
@@ -115,17 +120,6 @@ def calib_label(action: str, backup: bool) -> str:
 
 
 # ---- record displays ----
-
-
-@dataclass
-class FirmwareHeader:
-    name: str = "DemoFW"
-    major: int = 1
-    minor: int = 2
-    patch: int = 3
-    date: str = "Nov 23 2026"
-    time: str = "12:34:56"
-    debug: bool = False
 
 
 def firmware_info_display(header: FirmwareHeader, size: int, crc: int) -> str:

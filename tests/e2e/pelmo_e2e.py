@@ -485,7 +485,8 @@ class E2eCase(unittest.TestCase):
 
 def main() -> None:
     """Runs the calling module's tests. Exit status: 0 all passed, 1 a failure, 77 when any test
-    was skipped (a missing link or binary is never reported as a pass)."""
+    was skipped (a missing link or binary is never reported as a pass). With PELMO_E2E_STRICT=1
+    (as in CI, where everything is installed) a skip is a failure."""
     parser = argparse.ArgumentParser(add_help=False)
     parser.add_argument("--program")
     parser.add_argument("--device")
@@ -497,5 +498,8 @@ def main() -> None:
     if not outcome.wasSuccessful():
         sys.exit(1)
     if outcome.skipped or outcome.testsRun == 0:
+        if os.environ.get("PELMO_E2E_STRICT") == "1":
+            print("skipped tests are failures with PELMO_E2E_STRICT=1", file=sys.stderr)
+            sys.exit(1)
         sys.exit(SKIP_EXIT)
     sys.exit(0)
