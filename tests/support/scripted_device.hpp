@@ -1,0 +1,121 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <iosfwd>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "protocol/link_driver.hpp"
+#include "protocol/result_code.hpp"
+
+namespace pelmo::test_support {
+
+// A request frame as it reached the device.
+struct SentRequest {
+  std::vector<std::uint8_t> bytes;
+  ResultCode decode_result = RC_OK;  // of the bytes as a request; fields below valid on RC_OK
+  std::uint8_t code = 0;
+  std::uint32_t address = 0;
+  std::uint16_t length = 0;  // the length field
+  std::vector<std::uint8_t> payload;
+};
+
+// The parts of a request most tests compare.
+struct RequestHeader {
+  std::uint8_t code = 0;
+  std::uint32_t address = 0;
+  std::uint16_t length = 0;
+  friend bool operator==(const RequestHeader&, const RequestHeader&) = default;
+};
+std::ostream& operator<<(std::ostream& out, const RequestHeader& header);
+
+// One call of the link's receive function.
+struct ReceiveCall {
+  std::size_t capacity = 0;
+  std::uint16_t min_count = 0;
+  std::uint32_t timeout_ms = 0;
+  std::int32_t result = 0;
+};
+
+enum class Event : std::uint8_t { send, receive, progress };
+
+// The device's reaction to one request: what send reports and which bytes the next receive
+// delivers (none: the device stays silent).
+struct Reply {
+  std::optional<std::int32_t> send_result;  // unset: the full request length
+  std::vector<std::uint8_t> answer;
+};
+
+// A response frame with any status, address and payload.
+std::vector<std::uint8_t> response_frame(std::uint8_t status, std::uint32_t address,
+                                         std::span<const std::uint8_t> payload = {});
+
+// The same bytes with the last CRC byte flipped.
+std::vector<std::uint8_t> with_bad_crc(std::vector<std::uint8_t> frame);
+
+Reply answer(std::uint8_t status, std::uint32_t address,
+             std::span<const std::uint8_t> payload = {});
+Reply ack(std::uint32_t address = 0);
+Reply silence();
+Reply raw(std::vector<std::uint8_t> bytes);
+Reply failed_send(std::int32_t send_result);
+
+// Answers every request the script does not cover.
+using Responder = std::function<Reply(const SentRequest&)>;
+
+// Acknowledges every request: status 0, its own address, no payload.
+Responder acknowledge_all();
+
+// A device holding `area`: read requests (codes 0x01 to 0x04) get up to the asked number of
+// bytes from the requested offset, or status 0xFD from the area's end on; everything else is
+// acknowledged as by acknowledge_all().
+Responder serve_area(std::vector<std::uint8_t> area);
+
+// An in-process stand-in for the device behind a LinkDriver. Every send is recorded and answered
+// from the script (one Reply per send, in order), then by the responder (default: silence).
+// Receives deliver queued bytes one chunk per call, cut to the capacity, and 0 when none wait.
+// No time passes: a silent receive returns at once.
+class ScriptedDevice {
+ public:
+  // Starts with the serial line's values: chunk 244, 3 attempts, write 200 ms, erase 25000 ms.
+  ScriptedDevice();
+  ScriptedDevice(const ScriptedDevice&) = delete;
+  ScriptedDevice& operator=(const ScriptedDevice&) = delete;
+
+  // The link to hand to the library; its fields may be changed freely.
+  LinkDriver& link() { return link_; }
+  const LinkDriver* driver() const { return &link_; }
+
+  ScriptedDevice& then(Reply reply);
+  ScriptedDevice& script(std::vector<Reply> replies);
+  ScriptedDevice& respond_with(Responder responder);
+
+  // Bytes the device sent unasked; they wait for the next receives, one chunk per call.
+  void inject_input(std::vector<std::uint8_t> bytes);
+
+  const std::vector<SentRequest>& requests() const { return requests_; }
+  std::vector<RequestHeader> request_headers() const;
+  const std::vector<ReceiveCall>& receives() const { return receives_; }
+  const std::vector<Event>& events() const { return events_; }
+  int progress_calls() const { return progress_calls_; }
+  std::size_t unused_replies() const { return script_.size(); }
+
+ private:
+  std::int32_t on_send(std::span<const std::uint8_t> bytes);
+  std::int32_t on_receive(std::span<std::uint8_t> buffer, std::uint16_t min_count,
+                          std::uint32_t timeout_ms);
+
+  LinkDriver link_;
+  std::deque<Reply> script_;
+  Responder responder_;
+  std::deque<std::vector<std::uint8_t>> pending_;
+  std::vector<SentRequest> requests_;
+  std::vector<ReceiveCall> receives_;
+  std::vector<Event> events_;
+  int progress_calls_ = 0;
+};
+
+}  // namespace pelmo::test_support
