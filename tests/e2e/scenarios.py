@@ -72,6 +72,7 @@ class FirmwareScenarios(LinkSizes):
         # The request goes out before the step's label is set: progress shows the empty label.
         self.assertTrue(info.progress, info.describe())
         self.assertEqual({""}, {label for label, _ in info.progress}, info.describe())
+        self.assertSent(device, wire.single("FW_INFO"))
 
         self.expect(self.run_pelmo("-r", "out.bin"), step(Label.READ_FW, ok(10)), 0)
         self.assertEqual(stored_firmware(image), (self.folder / "out.bin").read_bytes())

@@ -169,16 +169,18 @@ class UdpSuite(FirmwareScenarios, CalibrationScenarios, FactoryScenarios, E2eCas
                 self.expect(self.run_pelmo(*args), body, 0)
                 self.assertSent(device, wire.single(name))
 
-    def test_firmware_with_a_stored_crc_that_does_not_match(self):
-        image = bytearray(stored_firmware(firmware_image(1024)))
-        image[4] ^= 0xFF
-        preload = write_bin(self.folder / "preload.bin", bytes(image))
-        self.device("--load-firmware", str(preload))
+    def test_write_that_never_ended_leaves_an_invalid_firmware(self):
+        # The device seals the firmware (size and CRC into bytes 0 to 7) only on the end command.
+        device = self.device("--status", "0x14=0x01")
+        write_bin(self.folder / "fw.bin", firmware_image(2048))
+        self.expect(self.run_pelmo("-w", "fw.bin"), step(Label.WRITE_FW, error(10)), -255)
+        self.assertSent(device, wire.firmware_write(2048, self.chunk))
         self.expect(
             self.run_pelmo("-i"),
             step(Label.FW_INFO, error(14)) + line("Firmware is not valid, invalid FW CRC"),
             -7,
         )
+        self.assertSent(device, wire.single("FW_INFO"))
 
     # ---- device failures ----------------------------------------------------------------------
 
@@ -419,6 +421,7 @@ class UdpSuite(FirmwareScenarios, CalibrationScenarios, FactoryScenarios, E2eCas
              "s.bind(('0.0.0.0',57998))\nprint('bound',flush=True)\ntime.sleep(60)\n"],
             stdout=subprocess.PIPE, start_new_session=True,
         )
+        self.addCleanup(holder.stdout.close)
         self.addCleanup(holder.wait, 10)
         self.addCleanup(holder.kill)
         self.assertEqual(b"bound\n", holder.stdout.readline())
