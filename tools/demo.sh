@@ -22,6 +22,7 @@ for arg in "$@"; do
   esac
 done
 build="${build:-$root/build}"
+[[ "$build" == /* ]] || build="$PWD/$build"
 jobs="${PELMO_JOBS:-2}"
 
 if [[ "$link_kind" == udp ]]; then
@@ -32,12 +33,14 @@ if [[ "$link_kind" == udp ]]; then
   fi
 fi
 
+bash "$root/tools/install-deps.sh"
 echo "== Building into $build"
 generator=()
 if command -v ninja >/dev/null 2>&1 && [[ ! -f "$build/CMakeCache.txt" ]]; then
   generator=(-G Ninja)
 fi
-cmake -S "$root" -B "$build" "${generator[@]}" >/dev/null
+# The same settings as tools/test.sh, so that both share one build tree.
+cmake -S "$root" -B "$build" "${generator[@]}" -DPELMO_WERROR=ON >/dev/null
 cmake --build "$build" -j "$jobs"
 
 work="$(mktemp -d "${TMPDIR:-/tmp}/pelmo-demo.XXXXXX")"

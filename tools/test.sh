@@ -5,6 +5,7 @@
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+bash "$root/tools/install-deps.sh"
 build="${1:-$root/build}"
 jobs="${PELMO_JOBS:-2}"
 

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building PelmoWin and running its tests need, only those
+# that are missing. Needs root (or sudo) when something is missing; does nothing elsewhere.
+#   bash tools/install-deps.sh
+set -euo pipefail
+
+packages=(
+  cmake g++ ninja-build libgtest-dev  # build and unit tests
+  python3 binutils iproute2           # end-to-end tests and tools: scripts, objcopy, namespaces
+  tshark                              # capture dissector test
+)
+
+if ! command -v dpkg-query >/dev/null 2>&1; then
+  echo "Not a Debian system: make sure these (or their equivalents) are installed: ${packages[*]}"
+  exit 0
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$package")
+  fi
+done
+((${#missing[@]})) || exit 0
+
+sudo=()
+if [[ "$(id -u)" -ne 0 ]]; then
+  if ! command -v sudo >/dev/null 2>&1; then
+    echo "Missing packages: ${missing[*]}. As root: apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+  sudo=(sudo)
+fi
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update
+"${sudo[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
