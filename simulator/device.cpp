@@ -87,9 +87,6 @@ bool Device::load_area(Area which, std::span<const std::uint8_t> bytes) {
   if (!memory.load(bytes)) {
     return false;
   }
-  if (which == Area::firmware) {
-    seal_firmware(memory);
-  }
   if (storage_ != nullptr) {
     storage_->area_erased(which);
     storage_->area_written(which, memory, 0);

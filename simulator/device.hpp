@@ -52,8 +52,8 @@ class Device {
   std::span<const std::uint8_t, CONTROL_RECORD_SIZE> control() const { return control_; }
   void restore_control(std::span<const std::uint8_t, CONTROL_RECORD_SIZE> record);
 
-  // Preloads an area as if it had been erased and written through the bootloader (the firmware
-  // gets its size and CRC sealed in); false when the bytes do not fit.
+  // Preloads an area with bytes as the device holds them (a firmware image keeps the size and CRC
+  // in its header as they are, valid or not); false when the bytes do not fit.
   bool load_area(Area area, std::span<const std::uint8_t> bytes);
 
   std::array<std::uint8_t, BOOTLOADER_INFO_SIZE> bootloader_info() const;

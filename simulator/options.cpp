@@ -125,15 +125,15 @@ const std::vector<OptionSpec>& option_table() {
        [](SimulatorOptions& o, std::string_view v) {
          o.device.fw_address = parse_u32(v, "--fw-address");
        }},
-      {"--fw-size", "N", "firmware area size limit in bytes (524288)",
+      {"--fw-max-size", "N", "firmware area size limit in bytes (524288)",
        [](SimulatorOptions& o, std::string_view v) {
          o.device.fw_max_size =
-             static_cast<std::uint32_t>(parse_number(v, 256u * 1024u * 1024u, "--fw-size"));
+             static_cast<std::uint32_t>(parse_number(v, 256u * 1024u * 1024u, "--fw-max-size"));
        }},
-      {"--calib-size", "N", "size limit of each calibration table (4096)",
+      {"--calib-max-size", "N", "size limit of each calibration table (4096)",
        [](SimulatorOptions& o, std::string_view v) {
          o.device.calib_max_size =
-             static_cast<std::uint32_t>(parse_number(v, 16u * 1024u * 1024u, "--calib-size"));
+             static_cast<std::uint32_t>(parse_number(v, 16u * 1024u * 1024u, "--calib-max-size"));
        }},
       {"--bl-name", "TEXT", "bootloader name (up to 31 characters)",
        [](SimulatorOptions& o, std::string_view v) {
@@ -155,7 +155,7 @@ const std::vector<OptionSpec>& option_table() {
        }},
       {"--state", "DIR", "keep areas and records in files in DIR across runs",
        [](SimulatorOptions& o, std::string_view v) { o.state_dir = std::string(v); }},
-      {"--load-firmware", "FILE", "preload the firmware (size and CRC sealed into its header)",
+      {"--load-firmware", "FILE", "preload the firmware area as stored (header taken as it is)",
        [](SimulatorOptions& o, std::string_view v) { o.load_firmware = std::string(v); }},
       {"--load-factory", "FILE", "preload the factory table (raw bytes)",
        [](SimulatorOptions& o, std::string_view v) { o.load_factory = std::string(v); }},
@@ -301,7 +301,7 @@ Chance parse_chance(std::string_view text) {
   if (whole.empty() || fraction.size() > 4 || (dot != std::string_view::npos && fraction.empty())) {
     throw UsageError("not a percentage: " + quoted(text));
   }
-  std::uint64_t per_million = parse_number(whole, 100, "percentage") * 10000;
+  std::uint64_t per_million = parse_number(whole, 1000, "percentage") * 10000;
   std::uint64_t scale = 1000;
   for (char c : fraction) {
     if (c < '0' || c > '9') {
@@ -342,7 +342,7 @@ SimulatorOptions parse_options(const std::vector<std::string_view>& arguments) {
     throw UsageError("no endpoint: give --udp ADDR or --pty");
   }
   if (options.device.fw_max_size < FIRMWARE_INFO_SIZE) {
-    throw UsageError("--fw-size must hold the 96-byte firmware header");
+    throw UsageError("--fw-max-size must hold the 96-byte firmware header");
   }
   return options;
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -76,6 +77,20 @@ PtyEndpoint::~PtyEndpoint() {
   }
   ::close(own_slave_);
   ::close(master_);
+}
+
+void PtyEndpoint::linger(std::uint32_t max_ms) const {
+  constexpr std::uint32_t STEP_MS = 5;
+  // The kernel moves written bytes to the slave side a moment later; give it that moment first.
+  constexpr std::uint32_t HANDOVER_MS = 20;
+  ::usleep(HANDOVER_MS * 1000);
+  for (std::uint32_t waited = HANDOVER_MS; waited < max_ms; waited += STEP_MS) {
+    int unread = 0;
+    if (::ioctl(own_slave_, FIONREAD, &unread) != 0 || unread == 0) {
+      return;
+    }
+    ::usleep(STEP_MS * 1000);
+  }
 }
 
 std::vector<std::uint8_t> PtyEndpoint::read_available() {

@@ -31,6 +31,9 @@ class PtyEndpoint {
   // Writes what the line rate allows by now; bytes the pty cannot take yet stay queued.
   void flush(std::uint64_t now_ns);
   bool drained() const { return output_.empty(); }
+  // Waits up to `max_ms` for the program to read what was sent: closing the master drops bytes
+  // the slave side has not taken yet.
+  void linger(std::uint32_t max_ms) const;
   // True while the pty refuses more bytes: wait for it to become writable instead of a time.
   bool blocked() const { return blocked_; }
   std::optional<std::uint64_t> next_write_ns() const {

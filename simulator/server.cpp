@@ -18,6 +18,8 @@ void on_stop_signal(int) {
 }
 
 constexpr std::uint64_t NS_PER_MS = 1000000;
+// How long a finished run waits for the program to read the last answer from the pty.
+constexpr std::uint32_t LINGER_MS = 1000;
 
 // SIGINT and SIGTERM are blocked except inside ppoll(), so a signal can never slip in between
 // the check of the flag and the wait.
@@ -58,7 +60,7 @@ void Server::open() {
   if (options_.pty) {
     pty_ = std::make_unique<PtyEndpoint>(options_.pty_link,
                                          options_.baud_pace ? PacedOutput::UART_115200_8N1 : 0);
-    console_ << "listening pty " << pty_->slave_path();
+    console_ << "pty " << pty_->slave_path();
     if (!options_.pty_link.empty()) {
       console_ << " link " << options_.pty_link;
     }
@@ -134,6 +136,9 @@ void Server::serve() {
       }
     }
     if (limit_reached() && scheduler_.empty() && (!pty_ || pty_->drained())) {
+      if (pty_) {
+        pty_->linger(LINGER_MS);
+      }
       break;
     }
 

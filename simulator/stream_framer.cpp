@@ -12,15 +12,14 @@ std::vector<FramerEvent> StreamFramer::feed(std::span<const std::uint8_t> bytes,
     pending_.insert(pending_.end(), bytes.begin(), bytes.end());
     last_byte_ms_ = now_ms;
   }
-  parse(events);
+  parse(events, false);
   return events;
 }
 
 std::vector<FramerEvent> StreamFramer::expire(std::uint64_t now_ms) {
   std::vector<FramerEvent> events;
   if (!pending_.empty() && now_ms - last_byte_ms_ >= QUIET_MS) {
-    events.push_back({{}, pending_.size(), RC_BAD_LENGTH});
-    pending_.clear();
+    parse(events, true);
   }
   return events;
 }
@@ -32,7 +31,7 @@ std::optional<std::uint64_t> StreamFramer::deadline() const {
   return last_byte_ms_ + QUIET_MS;
 }
 
-void StreamFramer::parse(std::vector<FramerEvent>& events) {
+void StreamFramer::parse(std::vector<FramerEvent>& events, bool stale) {
   FramerEvent garbage;
   const auto drop_one = [&](ResultCode reason) {
     if (garbage.dropped == 0) {
@@ -53,8 +52,14 @@ void StreamFramer::parse(std::vector<FramerEvent>& events) {
       drop_one(RC_BAD_HEADER);
       continue;
     }
+    // No more bytes will come for stale data: a header or frame that is still short was a false
+    // start, and a real frame may hide behind it.
     if (pending_.size() < FRAME_HEADER_SIZE) {
-      break;
+      if (!stale) {
+        break;
+      }
+      drop_one(RC_BAD_LENGTH);
+      continue;
     }
     const std::uint16_t length_field = load_u16_le(pending_.data() + 6);
     const std::size_t frame_size =
@@ -64,7 +69,11 @@ void StreamFramer::parse(std::vector<FramerEvent>& events) {
       continue;
     }
     if (pending_.size() < frame_size) {
-      break;
+      if (!stale) {
+        break;
+      }
+      drop_one(RC_BAD_LENGTH);
+      continue;
     }
     FrameFields fields;
     const std::span<const std::uint8_t> candidate(pending_.data(), frame_size);

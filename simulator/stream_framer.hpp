@@ -21,19 +21,20 @@ struct FramerEvent {
 // gives the length (a code below 0x80 never has a payload), then payload and CRC follow. On a wrong
 // start byte, a length no request buffer holds or a CRC that fails, one byte is dropped and the
 // search goes on from the next, so the framer falls back into step after garbage. A partial frame
-// is dropped after QUIET_MS without new bytes, as a device's receiver would reset.
+// is given up after QUIET_MS without new bytes, as a device's receiver would reset; the bytes it
+// held are searched for a frame all the same, one dropped byte at a time.
 class StreamFramer {
  public:
   static constexpr std::uint32_t QUIET_MS = 100;
 
   std::vector<FramerEvent> feed(std::span<const std::uint8_t> bytes, std::uint64_t now_ms);
-  // Drops a partial frame whose line has been quiet long enough.
+  // Gives up a partial frame whose line has been quiet long enough.
   std::vector<FramerEvent> expire(std::uint64_t now_ms);
   // When the partial frame held now expires; none when nothing is held.
   std::optional<std::uint64_t> deadline() const;
 
  private:
-  void parse(std::vector<FramerEvent>& events);
+  void parse(std::vector<FramerEvent>& events, bool stale);
 
   std::vector<std::uint8_t> pending_;
   std::uint64_t last_byte_ms_ = 0;
