@@ -29,7 +29,8 @@ bool parse_text_value(std::string_view text, std::span<char> output);
 
 // Lists `table` on `console` ("Factory table values:", nine "KEY:       value" lines and an empty
 // line) and, when `file` is not null, writes the same nine lines into it after the first line
-// "# Factory table values:". What is written to `file` parses back to the same table.
+// "# Factory table values:". A null `console` lists nothing. What is written to `file` parses back
+// to the same table.
 void print_factory_table(const FactoryTable& table, std::FILE* console, std::FILE* file);
 
 }  // namespace pelmo

@@ -14,32 +14,32 @@ namespace {
 std::string join(std::initializer_list<std::string> lines, const char* line_end = "\n") {
   std::string text;
   for (const std::string& line : lines) {
-    text += line;
-    text += line_end;
+    text += line + line_end;
   }
   return text;
 }
 
-// The lines of a complete table, apart from its MAC and address lines.
+// A complete file in pieces: the base lines, the MAC line and the address lines.
 const std::string BASE_LINES =
     join({"SN: \"SN-0001\"", "TYPE: PELMO-X", "MODIF: 3", "HW: 7", "DHCP: 0"});
-const std::string COMMON_LINES = BASE_LINES + "MAC: 0a:1b:2c:3d:4e:5f\n";
+const std::string MAC_LINE = "MAC: 0a:1b:2c:3d:4e:5f\n";
 const std::string IPV4_LINES =
     join({"IPV4_ADDR: 192.168.1.10", "IPV4_MASK: 255.255.255.0", "IPV4_GTW: 192.168.1.1"});
 const std::string IPV6_LINES =
     join({"IPV6_ADDR: 10.0.0.1.2.3", "IPV6_MASK: 255.255.255.255.0.0", "IPV6_GTW: 10.0.0.1.2.254"});
+const std::string COMPLETE = BASE_LINES + MAC_LINE + IPV4_LINES;
 
-void set_text(char (&field)[32], const char* text) {
+void set_text(char (&field)[32], const std::string& text) {
   std::memset(field, 0, sizeof field);
-  std::memcpy(field, text, std::strlen(text));
+  std::memcpy(field, text.data(), text.size());
 }
 
 void set_bytes(std::uint8_t* field, std::initializer_list<std::uint8_t> bytes) {
   std::copy(bytes.begin(), bytes.end(), field);
 }
 
-// The table COMMON_LINES + IPV4_LINES describe.
-FactoryTable complete_ipv4_table() {
+// The table COMPLETE describes.
+FactoryTable complete_table() {
   FactoryTable table{};
   set_text(table.sn, "SN-0001");
   set_text(table.type, "PELMO-X");
@@ -58,8 +58,10 @@ struct ParseCase {
   const char* name;
   std::string text;
   ResultCode code;
-  // Builds the whole expected table (every byte is compared).
-  std::function<FactoryTable()> expected;
+  // Turns the starting table (complete_table(), or all zero) into the expected one; every byte
+  // of the result is compared.
+  std::function<void(FactoryTable&)> change = [](FactoryTable&) {};
+  bool from_complete = true;
 };
 
 class ParseFactoryTable : public testing::TestWithParam<ParseCase> {};
@@ -68,159 +70,141 @@ TEST_P(ParseFactoryTable, FillsTable) {
   const ParseCase& c = GetParam();
   FactoryTable table{};
   EXPECT_EQ(parse_factory_table(std::string_view{c.text}, table), c.code);
-  EXPECT_EQ(to_wire(table), to_wire(c.expected()));
+  FactoryTable expected = c.from_complete ? complete_table() : FactoryTable{};
+  c.change(expected);
+  EXPECT_EQ(to_wire(table), to_wire(expected));
 }
 
-FactoryTable with(std::function<void(FactoryTable&)> change) {
-  FactoryTable table = complete_ipv4_table();
-  change(table);
-  return table;
+void clear_mac(FactoryTable& t) {
+  std::memset(t.mac, 0, sizeof t.mac);
+}
+void clear_address(FactoryTable& t) {
+  std::memset(t.ip_addr, 0, sizeof t.ip_addr);
 }
 
 const std::vector<ParseCase> PARSE_CASES = {
-    {"CompleteIpv4", COMMON_LINES + IPV4_LINES, RC_OK, complete_ipv4_table},
-    {"CrLfLines",
+    {"Complete", COMPLETE, RC_OK},
+    {"CrLfLinesLastWithoutLineEnd",
      join({"SN: \"SN-0001\"", "TYPE: PELMO-X", "MODIF: 3", "HW: 7", "DHCP: 0",
-           "MAC: 0a:1b:2c:3d:4e:5f", "IPV4_ADDR: 192.168.1.10", "IPV4_MASK: 255.255.255.0",
-           "IPV4_GTW: 192.168.1.1"},
-          "\r\n"),
-     RC_OK, complete_ipv4_table},
-    {"LastLineWithoutLineEnd", COMMON_LINES + IPV4_LINES.substr(0, IPV4_LINES.size() - 1), RC_OK,
-     complete_ipv4_table},
+           "MAC: 0a:1b:2c:3d:4e:5f", "IPV4_ADDR: 192.168.1.10", "IPV4_MASK: 255.255.255.0"},
+          "\r\n") +
+         "IPV4_GTW: 192.168.1.1",
+     RC_OK},
     {"LowerCaseKeysKeepTextCase",
      join({"sn: aBc", "Type: \"Mixed Case\"", "modif: 3", "hw: 7", "dhcp: 0",
            "mac: 0a:1b:2c:3d:4e:5f", "ipv4_addr: 192.168.1.10", "ip_mask: 255.255.255.0",
            "iPv4_gTw: 192.168.1.1"}),
      RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         set_text(t.sn, "aBc");
-         set_text(t.type, "Mixed Case");
-       });
+     [](FactoryTable& t) {
+       set_text(t.sn, "aBc");
+       set_text(t.type, "Mixed Case");
      }},
     {"SkippedLines",
-     COMMON_LINES + IPV4_LINES +
-         join({" SN: x", "#SN: x", "", "SERIAL: x", "SN x", "HW 9", "IPV4_ADDR 1.2.3.4",
-               "SN:", "SN:   ", "\tHW: 1"}),
-     RC_OK, complete_ipv4_table},
+     COMPLETE + join({" SN: x", "#SN: x", "", "SERIAL: x", "SN x", "HW 9",
+                      "SN:", "SN:  ", "\tHW: 1", "HW: x", "DHCP:"}),
+     RC_OK},
     {"NumbersKeepLowBits",
-     join({"SN: \"SN-0001\"", "TYPE: PELMO-X", "MODIF: 70000", "HW: -1", "DHCP: 5",
-           "MAC: 0a:1b:2c:3d:4e:5f", "IPV4_ADDR: 300.-1.+2.1000", "IPV4_MASK: 255.255.255.0",
-           "IPV4_GTW: 192.168.1.1"}),
+     join({"SN: \"SN-0001\"", "TYPE: PELMO-X", "MODIF: 70000", "HW: -1", "DHCP: 5"}) + MAC_LINE +
+         join({"IPV4_ADDR: 300.-1.+2.1000", "IP_MASK: 255.255.255.0", "IP_GTW: 192.168.1.1"}),
      RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         t.modif = 70000 % 65536;
-         t.hw = 0xFFFF;
-         t.dhcp = 1;
-         set_bytes(t.ip_addr, {44, 255, 2, 232});
-       });
+     [](FactoryTable& t) {
+       t.modif = 70000 % 65536;
+       t.hw = 0xFFFF;
+       t.dhcp = 1;
+       set_bytes(t.ip_addr, {44, 255, 2, 232});
+     }},
+    {"DottedBlanksAndTrailingText",
+     BASE_LINES + MAC_LINE + "IPV4_ADDR:1. 2.\t3.  4 (office)\n" +
+         join({"IPV4_MASK: 255.255.255.0.7", "IPV4_GTW: 192.168.1.1"}),
+     RC_OK,
+     [](FactoryTable& t) {
+       set_bytes(t.ip_addr, {1, 2, 3, 4});
      }},
     // Points count lines, not keys: a repeated line stands in for a missing one.
     {"RepeatedDhcpStandsInForMac", BASE_LINES + "DHCP: 1\n" + IPV4_LINES, RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         t.dhcp = 1;
-         std::memset(t.mac, 0, sizeof t.mac);
-       });
+     [](FactoryTable& t) {
+       t.dhcp = 1;
+       clear_mac(t);
      }},
     {"RepeatedTextReplacesWholeField",
-     join({"SN: \"A much longer serial\"", "TYPE: PELMO-X", "MODIF: 3", "HW: 7", "DHCP: 0",
-           "SN: AB"}) +
+     "SN: \"A much longer serial\"\n" + BASE_LINES.substr(BASE_LINES.find('\n') + 1) + "SN: AB\n" +
          IPV4_LINES,
      RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         set_text(t.sn, "AB");
-         std::memset(t.mac, 0, sizeof t.mac);
-       });
+     [](FactoryTable& t) {
+       set_text(t.sn, "AB");
+       clear_mac(t);
      }},
-    {"MissingMac", BASE_LINES + IPV4_LINES, RC_INCOMPLETE,
-     [] { return with([](FactoryTable& t) { std::memset(t.mac, 0, 6); }); }},
-    {"EmptyFile", "", RC_INCOMPLETE, [] { return FactoryTable{}; }},
+    {"MissingMac", BASE_LINES + IPV4_LINES, RC_INCOMPLETE, clear_mac},
+    {"EmptyFile", "", RC_INCOMPLETE, [](FactoryTable&) {}, false},
     {"ThreeNumberAddressSkipped",
-     COMMON_LINES + join({"IPV4_ADDR: 1.2.3", "IPV4_MASK: 255.255.255.0", "IPV4_GTW: 192.168.1.1"}),
-     RC_INCOMPLETE, [] { return with([](FactoryTable& t) { std::memset(t.ip_addr, 0, 6); }); }},
+     BASE_LINES + MAC_LINE +
+         join({"IPV4_ADDR: 1.2.3", "IPV4_MASK: 255.255.255.0", "IPV4_GTW: 192.168.1.1"}),
+     RC_INCOMPLETE, clear_address},
     {"BlankBeforeDotSkipsLine",
-     COMMON_LINES +
+     BASE_LINES + MAC_LINE +
          join({"IPV4_ADDR: 1 .2.3.4", "IPV4_MASK: 255.255.255.0", "IPV4_GTW: 192.168.1.1"}),
-     RC_INCOMPLETE, [] { return with([](FactoryTable& t) { std::memset(t.ip_addr, 0, 6); }); }},
-    {"BlanksAfterDotsAndTrailingText",
-     COMMON_LINES + join({"IPV4_ADDR:1. 2.\t3.  4 (office)", "IPV4_MASK: 255.255.255.0.7",
-                          "IPV4_GTW: 192.168.1.1"}),
-     RC_OK, [] { return with([](FactoryTable& t) {
-                   set_bytes(t.ip_addr, {1, 2, 3, 4});
-                 }); }},
-    {"ShortKeysAreIpv4",
-     COMMON_LINES +
-         join({"IP_ADDR: 192.168.1.10", "IP_MASK: 255.255.255.0", "IP_GTW: 192.168.1.1"}),
-     RC_OK, complete_ipv4_table},
-    {"CompleteSixNumberForm", COMMON_LINES + IPV6_LINES, RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         t.ipv6 = 1;
-         set_bytes(t.ip_addr, {10, 0, 0, 1, 2, 3});
-         set_bytes(t.ip_mask, {255, 255, 255, 255, 0, 0});
-         set_bytes(t.ip_gtw, {10, 0, 0, 1, 2, 254});
-       });
-     }},
-    {"SixNumberMaskBeforeAddress",
-     join({"SN: \"SN-0001\"", "IPV6_MASK: 255.255.255.255.0.0", "IPV6_ADDR: 10.0.0.1.2.3",
-           "TYPE: PELMO-X"}),
-     RC_MISMATCH,
-     [] {
-       FactoryTable t{};
-       set_text(t.sn, "SN-0001");
-       return t;
-     }},
-    {"FourNumberMaskAfterSixNumberAddress",
-     join({"IPV6_ADDR: 10.0.0.1.2.3", "IPV4_MASK: 255.255.255.0", "SN: x"}), RC_MISMATCH,
-     [] {
-       FactoryTable t{};
+     RC_INCOMPLETE, clear_address},
+    {"SixNumberForm", BASE_LINES + MAC_LINE + IPV6_LINES, RC_OK,
+     [](FactoryTable& t) {
        t.ipv6 = 1;
        set_bytes(t.ip_addr, {10, 0, 0, 1, 2, 3});
-       return t;
+       set_bytes(t.ip_mask, {255, 255, 255, 255, 0, 0});
+       set_bytes(t.ip_gtw, {10, 0, 0, 1, 2, 254});
      }},
+    {"SixNumberMaskBeforeAddress",
+     join({"SN: SN-0001", "IPV6_MASK: 255.255.255.255.0.0", "IPV6_ADDR: 10.0.0.1.2.3", "HW: 1"}),
+     RC_MISMATCH, [](FactoryTable& t) { set_text(t.sn, "SN-0001"); }, false},
+    {"FourNumberMaskAfterSixNumberAddress",
+     join({"IPV6_ADDR: 10.0.0.1.2.3", "IPV4_MASK: 255.255.255.0", "SN: x"}), RC_MISMATCH,
+     [](FactoryTable& t) {
+       t.ipv6 = 1;
+       set_bytes(t.ip_addr, {10, 0, 0, 1, 2, 3});
+     },
+     false},
     {"ShortKeyGatewayAfterSixNumberAddress", join({"IPV6_ADDR: 1.2.3.4.5.6", "IP_GTW: 1.2.3.4"}),
      RC_MISMATCH,
-     [] {
-       FactoryTable t{};
+     [](FactoryTable& t) {
        t.ipv6 = 1;
        set_bytes(t.ip_addr, {1, 2, 3, 4, 5, 6});
-       return t;
-     }},
-    // An incomplete mask is skipped before its form is checked.
-    {"IncompleteMaskIsNotChecked", COMMON_LINES + IPV4_LINES + join({"IPV6_MASK: 1.2.3.4"}), RC_OK,
-     complete_ipv4_table},
+     },
+     false},
+    // An incomplete value is skipped before its form is checked.
+    {"IncompleteMaskNotChecked", COMPLETE + "IPV6_MASK: 1.2.3.4\n", RC_OK},
     {"AddressAfterMaskChangesForm",
-     COMMON_LINES +
+     BASE_LINES + MAC_LINE +
          join({"IPV4_MASK: 255.255.255.0", "IPV4_GTW: 192.168.1.1", "IPV6_ADDR: 10.0.0.1.2.3"}),
      RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         t.ipv6 = 1;
-         set_bytes(t.ip_addr, {10, 0, 0, 1, 2, 3});
-       });
+     [](FactoryTable& t) {
+       t.ipv6 = 1;
+       set_bytes(t.ip_addr, {10, 0, 0, 1, 2, 3});
+     }},
+    // A four-number address clears `ipv6` and leaves bytes 38 and 39 as they were.
+    {"FourNumberAddressAfterSixNumberAddress",
+     join({"SN: \"SN-0001\"", "TYPE: PELMO-X", "HW: 7", "DHCP: 0", "IPV6_ADDR: 1.2.3.4.5.6"}) +
+         IPV4_LINES,
+     RC_OK,
+     [](FactoryTable& t) {
+       t.modif = 0;
+       clear_mac(t);
+       set_bytes(t.ip_addr, {192, 168, 1, 10, 5, 6});
      }},
     {"MacForms",
      BASE_LINES + IPV4_LINES +
          join({"MAC: a:B:c:D:e:F", "MAC: 01:02:03:04:05", "MAC: 01-02-03-04-05-06",
                "MAC: 01 :02:03:04:05:06", "MAC: 123:02:03:04:05:06", "MAC: xx:02:03:04:05:06"}),
      RC_OK,
-     [] { return with([](FactoryTable& t) {
-            set_bytes(t.mac, {10, 11, 12, 13, 14, 15});
-          }); }},
+     [](FactoryTable& t) {
+       set_bytes(t.mac, {10, 11, 12, 13, 14, 15});
+     }},
     // A line is read at most 255 characters at a time; the rest counts as a line of its own.
     {"LongLinePieces",
      "#" + std::string(254, 'x') + "SN: PIECE\n" + "TYPE: " + std::string(249, 'T') + "HW: 9\n" +
-         join({"MODIF: 3", "DHCP: 0", "MAC: 0a:1b:2c:3d:4e:5f"}) + IPV4_LINES,
+         join({"MODIF: 3", "DHCP: 0"}) + MAC_LINE + IPV4_LINES,
      RC_OK,
-     [] {
-       return with([](FactoryTable& t) {
-         set_text(t.sn, "PIECE");
-         set_text(t.type, std::string(31, 'T').c_str());
-         t.hw = 9;
-       });
+     [](FactoryTable& t) {
+       set_text(t.sn, "PIECE");
+       set_text(t.type, std::string(31, 'T'));
+       t.hw = 9;
      }},
 };
 
@@ -229,26 +213,13 @@ INSTANTIATE_TEST_SUITE_P(Files, ParseFactoryTable, testing::ValuesIn(PARSE_CASES
                            return std::string(info.param.name);
                          });
 
-TEST(ParseFactoryTableStream, ReadsOpenFileAndLeavesItOpen) {
-  std::FILE* file = std::tmpfile();
-  ASSERT_NE(file, nullptr);
-  const std::string text = COMMON_LINES + IPV6_LINES;
-  ASSERT_EQ(std::fwrite(text.data(), 1, text.size(), file), text.size());
-  std::rewind(file);
-  FactoryTable table{};
-  EXPECT_EQ(parse_factory_table(file, table), RC_OK);
-  EXPECT_EQ(table.ipv6, 1);
-  EXPECT_EQ(std::fseek(file, 0, SEEK_SET), 0);
-  std::fclose(file);
-}
-
 // ---- parse_text_value ------------------------------------------------------------------------
 
 struct TextCase {
   const char* name;
   std::string text;
   bool stored;
-  std::string value;
+  std::string value = "";
 };
 
 class ParseTextValue : public testing::TestWithParam<TextCase> {};
@@ -258,11 +229,8 @@ TEST_P(ParseTextValue, StoresValue) {
   char output[32];
   std::memset(output, '?', sizeof output);
   ASSERT_EQ(parse_text_value(c.text, output), c.stored);
-  if (!c.stored) {
-    EXPECT_EQ(std::string(output, sizeof output), std::string(32, '?'));  // untouched
-    return;
-  }
-  std::string expected = c.value;
+  // Stored: the value, zero-filled to the end of the field. Not stored: untouched.
+  std::string expected = c.stored ? c.value : std::string(32, '?');
   expected.resize(sizeof output, '\0');
   EXPECT_EQ(std::string(output, sizeof output), expected);
 }
@@ -270,25 +238,15 @@ TEST_P(ParseTextValue, StoresValue) {
 INSTANTIATE_TEST_SUITE_P(
     Texts, ParseTextValue,
     testing::Values(TextCase{"QuotedKeepsBlanks", " \"A B\"", true, "A B"},
-                    TextCase{"UnquotedTakesFirstWord", " A B", true, "A"},
-                    TextCase{"TabEndsWord", "\tA\tB", true, "A"},
+                    TextCase{"UnquotedTakesFirstWord", " A\tB", true, "A"},
                     TextCase{"LoneQuoteIsPartOfWord", " \"AB C", true, "\"AB"},
                     TextCase{"EmptyQuotes", " \"\" x", true, ""},
                     TextCase{"QuotesAfterText", " id \"x y\" z", true, "x y"},
                     TextCase{"QuotedCutTo31", " \"" + std::string(40, 'q') + "\"", true,
                              std::string(31, 'q')},
                     TextCase{"UnquotedCutTo31", std::string(40, 'w'), true, std::string(31, 'w')},
-                    TextCase{"Exactly31", std::string(31, 'e'), true, std::string(31, 'e')},
-                    TextCase{"Nothing", "", false, ""},
-                    TextCase{"OnlyBlanks", " \t \r", false, ""}),
+                    TextCase{"Nothing", "", false}, TextCase{"OnlyBlanks", " \t \r", false}),
     [](const testing::TestParamInfo<TextCase>& info) { return std::string(info.param.name); });
-
-TEST(ParseTextValue, SmallBufferAndEmptyBuffer) {
-  char small[4] = {'?', '?', '?', '?'};
-  ASSERT_TRUE(parse_text_value("ABCDEF", small));
-  EXPECT_EQ(std::string(small, 4), std::string("ABC\0", 4));
-  EXPECT_FALSE(parse_text_value("ABC", std::span<char>{}));
-}
 
 // ---- print_factory_table ---------------------------------------------------------------------
 
@@ -302,16 +260,12 @@ std::string contents(std::FILE* file) {
   return text;
 }
 
-struct Printed {
-  std::string console;
-  std::string file;
-};
-
-Printed print(const FactoryTable& table, bool with_file) {
+// Prints `table`; returns the console text and the file text ("" when no file is given).
+std::pair<std::string, std::string> print(const FactoryTable& table, bool with_file) {
   std::FILE* console = std::tmpfile();
   std::FILE* file = with_file ? std::tmpfile() : nullptr;
   print_factory_table(table, console, file);
-  Printed printed{contents(console), file != nullptr ? contents(file) : ""};
+  std::pair<std::string, std::string> printed{contents(console), with_file ? contents(file) : ""};
   std::fclose(console);
   if (file != nullptr) {
     std::fclose(file);
@@ -319,26 +273,21 @@ Printed print(const FactoryTable& table, bool with_file) {
   return printed;
 }
 
-const char* const IPV4_LISTING =
-    "TYPE:       \"PELMO-X\"\n"
-    "SN:         \"SN-0001\"\n"
-    "HW:         7\n"
-    "MODIF:      3\n"
-    "MAC:        0A:1B:2C:3D:4E:5F\n"
-    "DHCP:       0\n"
-    "IPV4_ADDR:  192.168.1.10\n"
-    "IPV4_MASK:  255.255.255.0\n"
-    "IPV4_GTW:   192.168.1.1\n";
-
-TEST(PrintFactoryTable, ConsoleAndFileFormsIpv4) {
-  const Printed printed = print(complete_ipv4_table(), true);
-  EXPECT_EQ(printed.console, std::string("Factory table values:\n") + IPV4_LISTING + "\n");
-  EXPECT_EQ(printed.file, std::string("# Factory table values:\n") + IPV4_LISTING);
-}
-
-TEST(PrintFactoryTable, ConsoleOnlyWithoutFile) {
-  const Printed printed = print(complete_ipv4_table(), false);
-  EXPECT_EQ(printed.console, std::string("Factory table values:\n") + IPV4_LISTING + "\n");
+TEST(PrintFactoryTable, ConsoleAndFileForms) {
+  const std::string listing =
+      "TYPE:       \"PELMO-X\"\n"
+      "SN:         \"SN-0001\"\n"
+      "HW:         7\n"
+      "MODIF:      3\n"
+      "MAC:        0A:1B:2C:3D:4E:5F\n"
+      "DHCP:       0\n"
+      "IPV4_ADDR:  192.168.1.10\n"
+      "IPV4_MASK:  255.255.255.0\n"
+      "IPV4_GTW:   192.168.1.1\n";
+  const auto [console, file] = print(complete_table(), true);
+  EXPECT_EQ(console, "Factory table values:\n" + listing + "\n");
+  EXPECT_EQ(file, "# Factory table values:\n" + listing);
+  EXPECT_EQ(print(complete_table(), false).first, console);
 }
 
 TEST(PrintFactoryTable, SixNumberFormAndFieldLimits) {
@@ -352,8 +301,6 @@ TEST(PrintFactoryTable, SixNumberFormAndFieldLimits) {
   table.ipv6 = 2;
   set_bytes(table.ip_addr, {1, 2, 3, 4, 5, 6});
   set_bytes(table.ip_mask, {255, 255, 255, 255, 255, 0});
-  set_bytes(table.ip_gtw, {0, 0, 0, 0, 0, 0});
-  const Printed printed = print(table, true);
   const std::string listing = "TYPE:       \"" + std::string(32, 'T') + "\"\n" + "SN:         \"" +
                               std::string(32, 'S') + "\"\n" +
                               "HW:         65535\n"
@@ -363,39 +310,31 @@ TEST(PrintFactoryTable, SixNumberFormAndFieldLimits) {
                               "IPV6_ADDR:  1.2.3.4.5.6\n"
                               "IPV6_MASK:  255.255.255.255.255.0\n"
                               "IPV6_GTW:   0.0.0.0.0.0\n";
-  EXPECT_EQ(printed.console, "Factory table values:\n" + listing + "\n");
-  EXPECT_EQ(printed.file, "# Factory table values:\n" + listing);
+  EXPECT_EQ(print(table, true).second, "# Factory table values:\n" + listing);
 }
 
 // ---- round trip ------------------------------------------------------------------------------
 
-struct RoundTripCase {
-  const char* name;
-  std::function<FactoryTable()> table;
-};
-
-class FactoryTableRoundTrip : public testing::TestWithParam<RoundTripCase> {};
+class FactoryTableRoundTrip : public testing::TestWithParam<std::function<FactoryTable()>> {};
 
 TEST_P(FactoryTableRoundTrip, PrintedFileParsesBack) {
-  const FactoryTable original = GetParam().table();
-  std::FILE* console = std::tmpfile();
+  const FactoryTable original = GetParam()();
   std::FILE* file = std::tmpfile();
-  ASSERT_NE(console, nullptr);
   ASSERT_NE(file, nullptr);
-  print_factory_table(original, console, file);
+  print_factory_table(original, nullptr, file);
   std::rewind(file);
   FactoryTable parsed{};
   EXPECT_EQ(parse_factory_table(file, parsed), RC_OK);
   std::fclose(file);
-  std::fclose(console);
 
-  // The file does not carry the reserved bytes, and the flags read back as 0 or 1.
+  // The file does not carry the reserved bytes, nor address bytes 4 and 5 of the four-number
+  // form, and the flags read back as 0 or 1.
   FactoryTable expected = original;
   std::memset(expected.reserved0, 0, sizeof expected.reserved0);
   std::memset(expected.reserved1, 0, sizeof expected.reserved1);
   expected.dhcp = expected.dhcp != 0 ? 1 : 0;
   expected.ipv6 = expected.ipv6 != 0 ? 1 : 0;
-  if (expected.ipv6 == 0) {  // four-number form: bytes 4 and 5 are not written
+  if (expected.ipv6 == 0) {
     for (std::uint8_t* field : {expected.ip_addr, expected.ip_mask, expected.ip_gtw}) {
       field[4] = field[5] = 0;
     }
@@ -403,35 +342,21 @@ TEST_P(FactoryTableRoundTrip, PrintedFileParsesBack) {
   EXPECT_EQ(to_wire(parsed), to_wire(expected));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Tables, FactoryTableRoundTrip,
-    testing::Values(RoundTripCase{"Ipv4", complete_ipv4_table},
-                    RoundTripCase{"SixNumbersTextsWithBlanksAndFlags",
-                                  [] {
-                                    FactoryTable t{};
-                                    std::memset(t.reserved0, 0x5A, sizeof t.reserved0);
-                                    std::memset(t.reserved1, 0xA5, sizeof t.reserved1);
-                                    set_text(t.type, "Board rev B");
-                                    set_text(t.sn, std::string(31, 'z').c_str());
-                                    t.hw = 65535;
-                                    t.modif = 0;
-                                    set_bytes(t.mac, {0xDE, 0xAD, 0xBE, 0xEF, 0x00, 0x01});
-                                    t.dhcp = 5;
-                                    t.ipv6 = 9;
-                                    set_bytes(t.ip_addr, {255, 0, 1, 2, 3, 4});
-                                    set_bytes(t.ip_mask, {255, 255, 0, 0, 0, 0});
-                                    set_bytes(t.ip_gtw, {1, 1, 1, 1, 1, 1});
-                                    return t;
-                                  }},
-                    RoundTripCase{"EmptyTexts",
-                                  [] {
-                                    FactoryTable t = complete_ipv4_table();
-                                    set_text(t.type, "");
-                                    set_text(t.sn, "");
-                                    set_bytes(t.ip_addr, {1, 2, 3, 4, 99, 98});
-                                    return t;
-                                  }}),
-    [](const testing::TestParamInfo<RoundTripCase>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Tables, FactoryTableRoundTrip, testing::Values(complete_table, [] {
+                           FactoryTable t{};
+                           std::memset(t.reserved0, 0x5A, sizeof t.reserved0);
+                           std::memset(t.reserved1, 0xA5, sizeof t.reserved1);
+                           set_text(t.type, "Board rev B");
+                           set_text(t.sn, std::string(31, 'z'));
+                           t.hw = 65535;
+                           set_bytes(t.mac, {0xDE, 0xAD, 0xBE, 0xEF, 0x00, 0x01});
+                           t.dhcp = 5;
+                           t.ipv6 = 9;
+                           set_bytes(t.ip_addr, {255, 0, 1, 2, 3, 4});
+                           set_bytes(t.ip_mask, {255, 255, 0, 0, 0, 0});
+                           set_bytes(t.ip_gtw, {1, 1, 1, 1, 1, 1});
+                           return t;
+                         }));
 
 }  // namespace
 }  // namespace pelmo
