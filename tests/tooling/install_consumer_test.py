@@ -26,6 +26,7 @@ def main():
     ap.add_argument("--generator", required=True)
     ap.add_argument("--cxx", required=True)
     ap.add_argument("--with-device", action="store_true", help="pelmo-device is built and installed")
+    ap.add_argument("--sanitize", default="", help="sanitizers the library was built with")
     args = ap.parse_args()
 
     with tempfile.TemporaryDirectory(prefix="pelmo-install-") as work:
@@ -53,9 +54,14 @@ def main():
 
         # Only the prefix is offered; a consumer that compiled would prove the exported include path.
         build = os.path.join(work, "consumer-build")
-        run([args.cmake, "-S", args.consumer, "-B", build, "-G", args.generator,
-             f"-DCMAKE_CXX_COMPILER={args.cxx}", f"-DCMAKE_PREFIX_PATH={prefix}",
-             "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF"])
+        configure = [args.cmake, "-S", args.consumer, "-B", build, "-G", args.generator,
+                     f"-DCMAKE_CXX_COMPILER={args.cxx}", f"-DCMAKE_PREFIX_PATH={prefix}",
+                     "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF"]
+        if args.sanitize:
+            # A sanitized library needs its runtime in whatever links it.
+            flag = f"-fsanitize={args.sanitize}"
+            configure += [f"-DCMAKE_CXX_FLAGS={flag}", f"-DCMAKE_EXE_LINKER_FLAGS={flag}"]
+        run(configure)
         run([args.cmake, "--build", build])
         out = run([os.path.join(build, "pelmo-consumer")])
         if "consumer: frame ok" not in out:
