@@ -36,7 +36,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/PelmoConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/PelmoConfigVersion.cmake
   DESTINATION ${PELMO_INSTALL_CMAKEDIR} COMPONENT development)
 
-# One Debian package holds the programs, the library and its headers.
+# One Debian package holds the programs, the library and its headers (a ZIP of the same tree on
+# Windows hosts).
 set(CPACK_PACKAGE_NAME pelmowin)
 set(CPACK_PACKAGE_VENDOR "PelmoWin developers")
 set(CPACK_PACKAGE_CONTACT "PelmoWin developers <pelmowin@localhost>")
@@ -46,6 +47,13 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_GENERATOR DEB)
+find_program(PELMO_DPKG_SHLIBDEPS dpkg-shlibdeps)
+if(PELMO_DPKG_SHLIBDEPS)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)  # Depends: from the libraries the programs link
+endif()
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+else()
+  set(CPACK_GENERATOR DEB)
+endif()
 include(CPack)
