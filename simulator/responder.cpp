@@ -109,6 +109,8 @@ std::vector<Transmission> Responder::on_frame(std::span<const std::uint8_t> byte
                static_cast<std::uint16_t>(reply.payload.size()), reply.payload.data(), frame,
                &frame_length);
   frame.resize(frame_length);
+  // `|`, not `||`: the dice roll for every answer, so a code-selected fault leaves the random
+  // stream where a run without it would have it.
   const bool corrupt =
       plan_.corrupt_crc_codes.test(code) | dice_.roll(RandomFault::corrupt_crc, plan_.corrupt_crc);
   if (corrupt) {
