@@ -3,6 +3,16 @@
 #include <cstdarg>
 
 namespace pelmo {
+namespace {
+
+// An empty view may carry no storage at all, which fwrite must not be given.
+void put(std::FILE* stream, std::string_view text) {
+  if (!text.empty()) {
+    std::fwrite(text.data(), 1, text.size(), stream);
+  }
+}
+
+}  // namespace
 
 Console::Console(std::FILE* stream, TickSource tick) : stream_(stream), tick_(std::move(tick)) {}
 
@@ -16,8 +26,8 @@ void Console::begin_status(std::string_view label, bool show) {
 
 void Console::print_status(std::string_view text) {
   std::fputc('\r', stream_);
-  std::fwrite(label_.data(), 1, label_.size(), stream_);
-  std::fwrite(text.data(), 1, text.size(), stream_);
+  put(stream_, label_);
+  put(stream_, text);
   std::fflush(stream_);
 }
 
@@ -29,12 +39,12 @@ void Console::show_progress() {
 }
 
 void Console::write(std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stream_);
+  put(stream_, text);
   std::fflush(stream_);
 }
 
 void Console::write_line(std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stream_);
+  put(stream_, text);
   std::fputc('\n', stream_);
   std::fflush(stream_);
 }
