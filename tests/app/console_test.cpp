@@ -59,11 +59,6 @@ INSTANTIATE_TEST_SUITE_P(Console, ProgressSeconds,
                                          ProgressCase{0xFFFFFC18u, 2500, " 3 [s]"},
                                          ProgressCase{0xFFFFFFFFu, 0xFFFFFFFEu, " 4294967 [s]"}));
 
-TEST(Console, ElapsedSecondsUseUnsignedDifferences) {
-  EXPECT_EQ(elapsed_seconds(0xFFFFF000u, 0x00001000u), 8u);
-  EXPECT_EQ(elapsed_seconds(5, 2504), 2u);
-}
-
 TEST(Console, WritesAreVisibleAtOnce) {
   // A second reader of the file sees every write as it happens, without a line feed.
   app_test::TempDir dir;
