@@ -309,6 +309,7 @@ def capture_run(program, device_path, dissector, work):
             device.wait(5)
         except subprocess.TimeoutExpired:
             device.kill()
+            device.wait()
         tshark_proc.send_signal(signal.SIGINT)
         tshark_proc.wait(15)
         log.close()
