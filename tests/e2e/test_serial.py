@@ -6,12 +6,11 @@ from __future__ import annotations
 
 import fcntl
 import os
-import unittest
-
 import pelmo_e2e
 import wire
 from expected import BANNER, Label, bootloader_info_display, BootloaderValues, control_display, error, line, ok, step
 from pelmo_e2e import E2eCase, PtySerial
+from samples import firmware_image, write_bin
 from scenarios import CalibrationScenarios, FactoryScenarios, FirmwareScenarios
 
 BOOTLOADER = BootloaderValues(
@@ -58,6 +57,33 @@ class SerialSuite(FirmwareScenarios, CalibrationScenarios, FactoryScenarios, E2e
             with self.subTest(args=args):
                 self.expect(self.run_pelmo(*args), body, 0)
                 self.assertSent(device, wire.single(name))
+
+    def test_line_timing_and_wrong_answers(self):
+        image = firmware_image(self.fw_length, seed=9)
+        write_bin(self.folder / "fw.bin", image)
+        boot_ok = step(Label.BOOT_INFO, ok(14)) + bootloader_info_display(BOOTLOADER)
+        cases = [
+            # (device options, arguments, console body, result, requests sent)
+            # Answers paced like a real 115200 8N1 line still fit the waits.
+            (["--baud-pace"], ["-ewv", "fw.bin"],
+             step(Label.ERASE_FW, ok(9)) + step(Label.WRITE_FW, ok(10)) + step(Label.VERIFY_FW, ok(9)), 0,
+             wire.single("ERASE_FW") + wire.firmware_write(len(image), self.chunk)
+             + wire.firmware_verify(len(image), self.chunk)),
+            (["--baud-pace"], ["-io"], boot_ok, 0, wire.single("BOOTLOADER_INFO")),
+            # An answer written in two pieces is joined within the quiet time.
+            (["--split", "--split-gap-ms", "60"], ["-io"], boot_ok, 0, wire.single("BOOTLOADER_INFO")),
+            # A broken answer is not asked for again.
+            (["--corrupt-crc-code", "0x2F"], ["-io"], step(Label.BOOT_INFO, error(14)), -7,
+             wire.single("BOOTLOADER_INFO")),
+            (["--status", "0x84=0x02"], ["-w", "fw.bin"], step(Label.WRITE_FW, error(10)), -254,
+             [("BEGIN_WRITE", 0, 0), ("WRITE_FW", 0, 240)]),
+        ]
+        for options, args, body, code, sent in cases:
+            with self.subTest(options=options, args=args):
+                device = pelmo_e2e.Device(self.topology, self.folder, [*BOOTLOADER_OPTIONS, *options])
+                with device:
+                    self.expect(self.run_pelmo(*args), body, code)
+                    self.assertSent(device, sent)
 
     def test_silent_device_with_the_default_time_out(self):
         device = self.device("--silent-first", "3")
