@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 #include "formats/stream_text.hpp"
 
@@ -77,65 +76,101 @@ bool parse_hex_record(std::string_view line, HexRecord& record) {
   return (sum & 0xFFu) == 0;
 }
 
-std::uint32_t read_intel_hex(std::string_view text, std::span<std::uint8_t> image,
-                             std::uint32_t limit, std::uint32_t base) {
-  // Bounds in 64 bits so that neither base + limit nor start + count can wrap.
-  const std::uint64_t bound_limit = std::min<std::uint64_t>(limit, image.size());
-  const std::uint64_t end_bound = std::uint64_t{base} + bound_limit;
+namespace {
 
-  // Without an extended address record, load addresses count from the base.
-  std::uint32_t upper_address = base;
-  std::uint64_t highest_end = 0;  // one past the highest device address written; 0: nothing yet
-  HexRecord record;
-  while (!text.empty()) {
-    const std::string_view line = strip_line_end(take_line_piece(text, HEX_LINE_MAX_CHARS));
-    if (!parse_hex_record(line, record)) {
-      return 0;
+// Builds the image one record line at a time, so the same rules serve text in memory and a file
+// read in blocks.
+class HexImageReader {
+ public:
+  HexImageReader(std::span<std::uint8_t> image, std::uint32_t limit, std::uint32_t base)
+      : image_(image),
+        base_(base),
+        // Bounds in 64 bits so that neither base + limit nor start + count can wrap.
+        end_bound_(std::uint64_t{base} + std::min<std::uint64_t>(limit, image.size())),
+        // Without an extended address record, load addresses count from the base.
+        upper_address_(base) {}
+
+  // Takes one line (its line end included or not); false once the read has ended, either at the
+  // end-of-file record or at a failure.
+  bool take_line(std::string_view piece) {
+    if (!parse_hex_record(strip_line_end(piece), record_)) {
+      return fail();
     }
-    switch (static_cast<HexRecordType>(record.record_type)) {
-      case HexRecordType::data: {
-        const std::uint32_t start = upper_address + record.load_address;  // wraps like the device
-        const std::uint64_t end = std::uint64_t{start} + record.byte_count;
-        if (start < base || end > end_bound) {
-          return 0;
-        }
-        if (record.byte_count != 0) {
-          std::memcpy(image.data() + (start - base), record.data.data(), record.byte_count);
-          highest_end = std::max(highest_end, end);
-        }
-        break;
-      }
+    switch (static_cast<HexRecordType>(record_.record_type)) {
+      case HexRecordType::data:
+        return take_data();
       case HexRecordType::end_of_file:
-        return highest_end == 0 ? 0 : static_cast<std::uint32_t>(highest_end - base);
+        length_ = highest_end_ == 0 ? 0 : static_cast<std::uint32_t>(highest_end_ - base_);
+        return false;
       case HexRecordType::extended_segment_address:
-        if (record.byte_count < 2) {
-          return 0;
+        if (record_.byte_count < 2) {
+          return fail();
         }
-        upper_address = static_cast<std::uint32_t>((record.data[0] << 8) | record.data[1]) << 4;
-        break;
+        upper_address_ = static_cast<std::uint32_t>((record_.data[0] << 8) | record_.data[1]) << 4;
+        return true;
       case HexRecordType::extended_linear_address:
-        if (record.byte_count < 2) {
-          return 0;
+        if (record_.byte_count < 2) {
+          return fail();
         }
-        upper_address =
-            (std::uint32_t{record.data[0]} << 24) | (std::uint32_t{record.data[1]} << 16);
-        break;
+        upper_address_ =
+            (std::uint32_t{record_.data[0]} << 24) | (std::uint32_t{record_.data[1]} << 16);
+        return true;
       case HexRecordType::start_linear_address:
-        break;
+        return true;
       default:
-        return 0;
+        return fail();
     }
   }
-  return 0;  // the text ended before an end-of-file record
+
+  // The image length; 0 unless an end-of-file record closed a read that wrote data.
+  std::uint32_t length() const { return length_; }
+
+ private:
+  bool take_data() {
+    const std::uint32_t start = upper_address_ + record_.load_address;  // wraps like the device
+    const std::uint64_t end = std::uint64_t{start} + record_.byte_count;
+    if (start < base_ || end > end_bound_) {
+      return fail();
+    }
+    if (record_.byte_count != 0) {
+      std::memcpy(image_.data() + (start - base_), record_.data.data(), record_.byte_count);
+      highest_end_ = std::max(highest_end_, end);
+    }
+    return true;
+  }
+
+  bool fail() {
+    length_ = 0;
+    return false;
+  }
+
+  std::span<std::uint8_t> image_;
+  std::uint32_t base_;
+  std::uint64_t end_bound_;
+  std::uint32_t upper_address_;
+  std::uint64_t highest_end_ = 0;  // one past the highest device address written; 0: nothing yet
+  std::uint32_t length_ = 0;
+  HexRecord record_{};
+};
+
+}  // namespace
+
+std::uint32_t read_intel_hex(std::string_view text, std::span<std::uint8_t> image,
+                             std::uint32_t limit, std::uint32_t base) {
+  HexImageReader reader(image, limit, base);
+  while (!text.empty() && reader.take_line(take_line_piece(text, HEX_LINE_MAX_CHARS))) {
+  }
+  return reader.length();  // text that ends before an end-of-file record gives 0
 }
 
 std::uint32_t read_intel_hex(std::FILE* input, std::span<std::uint8_t> image, std::uint32_t limit,
                              std::uint32_t base) {
-  if (input == nullptr) {
-    return 0;
-  }
-  const std::string text = read_stream_text(input);
-  return read_intel_hex(std::string_view{text}, image, limit, base);
+  HexImageReader reader(image, limit, base);
+  // Blocks rather than the whole file: a multi-megabyte text would otherwise cost a buffer of its
+  // size, and its page faults dominate the load time.
+  for_each_line_piece(input, HEX_LINE_MAX_CHARS,
+                      [&reader](std::string_view piece) { return reader.take_line(piece); });
+  return reader.length();
 }
 
 }  // namespace pelmo

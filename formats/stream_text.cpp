@@ -1,5 +1,8 @@
 #include "formats/stream_text.hpp"
 
+#include <cstring>
+#include <vector>
+
 namespace pelmo {
 
 std::string read_stream_text(std::FILE* input) {
@@ -35,6 +38,39 @@ std::string read_stream_text(std::FILE* input) {
   }
   text.resize(used);
   return text;
+}
+
+void for_each_line_piece(std::FILE* input, std::size_t max_chars,
+                         const std::function<bool(std::string_view piece)>& take) {
+  if (input == nullptr || max_chars == 0) {
+    return;
+  }
+  constexpr std::size_t BLOCK = 64 * 1024;
+  std::vector<char> buffer(BLOCK + max_chars);
+  std::size_t filled = 0;
+  bool at_end = false;
+  for (;;) {
+    std::string_view rest(buffer.data(), filled);
+    // Hand out every piece that is complete: one ending in LF, or one of the full length.
+    while (!rest.empty()) {
+      const std::string_view window = rest.substr(0, max_chars);
+      if (!at_end && window.find('\n') == std::string_view::npos && window.size() < max_chars) {
+        break;  // the line goes on in the next block
+      }
+      if (!take(take_line_piece(rest, max_chars))) {
+        return;
+      }
+    }
+    if (at_end) {
+      return;
+    }
+    // Keep the unfinished line at the front and fill up behind it.
+    std::memmove(buffer.data(), rest.data(), rest.size());
+    filled = rest.size();
+    const std::size_t got = std::fread(buffer.data() + filled, 1, buffer.size() - filled, input);
+    filled += got;
+    at_end = got == 0;
+  }
 }
 
 }  // namespace pelmo

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -10,6 +11,11 @@ namespace pelmo {
 // Everything from the stream's current position to its end, read in one go. A read error ends the
 // text where it happened.
 std::string read_stream_text(std::FILE* input);
+
+// Hands the stream's lines, from its current position to its end, to `take` as pieces cut the way
+// `take_line_piece` cuts them, reading the stream in blocks. Stops early when `take` returns false.
+void for_each_line_piece(std::FILE* input, std::size_t max_chars,
+                         const std::function<bool(std::string_view piece)>& take);
 
 // Takes the next line from `rest` the way a bounded line read does: at most `max_chars` characters,
 // ending after the first LF. A longer line is left in `rest` as further pieces. Returns the piece
