@@ -90,8 +90,11 @@ class SerialSuite(FirmwareScenarios, CalibrationScenarios, FactoryScenarios, E2e
         result = self.run_pelmo("-i")
         self.expect(result, step(Label.FW_INFO, error(14)) + line("\nReceive timeout"), -25)
         self.assertSent(device, wire.single("FW_INFO") * 3)
-        # Three attempts of 25 empty 10 ms polls each.
-        self.assertGreaterEqual(result.wall_s, 0.75, result.describe())
+        # Each attempt gives up at its 25th empty poll (250 ms counted in 10 ms steps); the 24
+        # polls before it each sleep 10 ms and show the progress once.
+        self.assertEqual(3 * 24, len(result.progress), result.describe())
+        self.assertEqual({("", 0)}, set(result.progress), result.describe())
+        self.assertGreaterEqual(result.wall_s, 0.72, result.describe())
         self.assertLess(result.wall_s, 5.0, result.describe())
 
     def test_port_that_cannot_be_opened(self):
