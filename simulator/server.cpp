@@ -52,6 +52,8 @@ std::uint64_t Server::now_ns() {
 }
 
 void Server::open() {
+  // Before the ready line: a caller may signal as soon as it has read it.
+  wait_mask_ = install_stop_signals();
   const bool stray = options_.faults.stray_codes.any() || !options_.faults.stray.never();
   for (const UdpAddress& address : options_.udp) {
     udp_.push_back(std::make_unique<UdpEndpoint>(address, stray));
@@ -115,7 +117,7 @@ void Server::on_pty_readable() {
 }
 
 void Server::serve() {
-  const sigset_t wait_mask = install_stop_signals();
+  const sigset_t wait_mask = wait_mask_;
   while (stop_requested == 0) {
     const std::uint64_t now = now_ns();
     scheduler_.run_due(now);

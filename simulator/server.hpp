@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+
 #include <cstdint>
 #include <memory>
 #include <ostream>
@@ -43,6 +45,7 @@ class Server {
   std::unique_ptr<PtyEndpoint> pty_;
   StreamFramer framer_;
   Scheduler scheduler_;
+  sigset_t wait_mask_{};  // the signal mask to wait with: stop signals let through
 };
 
 }  // namespace pelmo::sim
