@@ -321,19 +321,19 @@ SimulatorOptions parse_options(const std::vector<std::string_view>& arguments) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
     const auto& table = option_table();
-    const auto spec = std::find_if(table.begin(), table.end(),
+    const auto option = std::find_if(table.begin(), table.end(),
                                    [&](const OptionSpec& s) { return s.name == argument; });
-    if (spec == table.end()) {
+    if (option == table.end()) {
       throw UsageError("unknown option " + quoted(argument));
     }
     std::string_view value;
-    if (!spec->argument.empty()) {
+    if (!option->argument.empty()) {
       if (i + 1 >= arguments.size()) {
-        throw UsageError(std::string(argument) + " needs " + std::string(spec->argument));
+        throw UsageError(std::string(argument) + " needs " + std::string(option->argument));
       }
       value = arguments[++i];
     }
-    spec->apply(options, value);
+    option->apply(options, value);
   }
   if (options.help) {
     return options;
@@ -355,13 +355,13 @@ std::string usage_text() {
       "Statuses it answers: 0xFD end of data or past the area's limit, 0xF5 verify found a\n"
       "difference, 0xFA/0xF9 no valid firmware header/CRC, 0xFB firmware block not in 8-byte\n"
       "units, 0xFE unknown command.\n";
-  for (const OptionSpec& spec : option_table()) {
-    std::string left = "  " + std::string(spec.name);
-    if (!spec.argument.empty()) {
-      left += " " + std::string(spec.argument);
+  for (const OptionSpec& option : option_table()) {
+    std::string left = "  " + std::string(option.name);
+    if (!option.argument.empty()) {
+      left += " " + std::string(option.argument);
     }
     left.resize(std::max<std::size_t>(left.size() + 1, 30), ' ');
-    text += left + std::string(spec.help) + "\n";
+    text += left + std::string(option.help) + "\n";
   }
   return text;
 }
