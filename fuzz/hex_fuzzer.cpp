@@ -1,0 +1,32 @@
+// The Intel HEX reader on arbitrary text. The input starts with the image's base (4 bytes), its
+// limit (4 bytes) and the size of the image buffer (2 bytes); the rest is the file's text. The
+// buffer is a heap block of exactly that size, so any write past it is caught.
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "formats/intel_hex.hpp"
+#include "fuzz/fuzz_check.hpp"
+#include "protocol/bytes.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 10) {
+    return 0;
+  }
+  const std::uint32_t base = pelmo::load_u32(pelmo::ByteOrder::little, data);
+  const std::uint32_t limit = pelmo::load_u32(pelmo::ByteOrder::little, data + 4);
+  const std::size_t capacity = data[8] | (data[9] << 8);
+  const std::string_view text(reinterpret_cast<const char*>(data + 10), size - 10);
+
+  // The first line alone as one record: a good record's count never exceeds its data.
+  pelmo::HexRecord record;
+  if (pelmo::parse_hex_record(text.substr(0, text.find('\n')), record)) {
+    FUZZ_CHECK(text.size() >= 11u + 2u * record.byte_count);
+  }
+
+  const auto image = std::make_unique<std::uint8_t[]>(capacity);
+  const std::uint32_t length =
+      pelmo::read_intel_hex(text, std::span(image.get(), capacity), limit, base);
+  FUZZ_CHECK(length <= capacity && length <= limit);
+  return 0;
+}
