@@ -1,6 +1,8 @@
 #include "transport/serial_transport.hpp"
 
 #include <algorithm>
+#include <initializer_list>
+#include <optional>
 #include <utility>
 
 #include "transport/serial_settings.hpp"

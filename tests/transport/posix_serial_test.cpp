@@ -138,15 +138,6 @@ TEST_F(PosixSerialTest, SilenceEndsAfterTheFirstByteTimeout) {
   EXPECT_EQ(progress.calls, 3);
 }
 
-TEST_F(PosixSerialTest, OpenLengthResponseEndsAfterTheQuietTime) {
-  ASSERT_EQ(open(transport), 0);
-  pty.device_writes(sequence(20));
-  std::array<std::uint8_t, 64> buffer{};
-  const auto start = Clock::now();
-  EXPECT_EQ(transport.receive(buffer, 0, 0), 20);
-  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
-}
-
 struct LineCase {
   std::int32_t baud;
   const char* mode;

@@ -146,6 +146,7 @@ TEST_F(UdpTransportTest, SendIsOneDatagramToTheDevice) {
 // -----------------------------------------------------------
 
 struct SilentCase {
+  std::int32_t first_byte_timeout_ms;
   std::uint32_t timeout_ms;
   std::uint32_t start_tick;
   std::uint32_t oversleep_ms;
@@ -155,7 +156,7 @@ struct SilentCase {
 class UdpSilence : public UdpTransportTest, public ::testing::WithParamInterface<SilentCase> {};
 
 TEST_P(UdpSilence, EndsWhenTheClockSaysTheTimeIsUp) {
-  open_default();
+  open_default(GetParam().first_byte_timeout_ms);
   ports.now = GetParam().start_tick;
   ports.oversleep_ms = GetParam().oversleep_ms;
   std::array<std::uint8_t, 64> buffer{};
@@ -167,19 +168,13 @@ TEST_P(UdpSilence, EndsWhenTheClockSaysTheTimeIsUp) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Timeouts, UdpSilence,
-                         ::testing::Values(SilentCase{0, 1000, 0, 400},
-                                           SilentCase{4000, 1000, 0, 800},
-                                           SilentCase{2, 1000, 0, 1},
-                                           SilentCase{0, 0xFFFFFF00u, 0, 400},  // tick wraps
-                                           SilentCase{0, 1000, 3, 250},         // 8 ms per sleep
-                                           SilentCase{100, 1000, 95, 1}));
-
-TEST_F(UdpTransportTest, DefaultTimeoutComesFromOpen) {
-  open_default(30);
-  std::array<std::uint8_t, 64> buffer{};
-  EXPECT_EQ(transport.receive(buffer, 0, 0), 0);
-  EXPECT_EQ(ports.sleeps, std::vector<std::uint32_t>(6, 5));
-}
+                         ::testing::Values(SilentCase{2000, 0, 1000, 0, 400},
+                                           SilentCase{2000, 4000, 1000, 0, 800},
+                                           SilentCase{2000, 2, 1000, 0, 1},
+                                           SilentCase{30, 0, 1000, 0, 6},
+                                           SilentCase{2000, 0, 0xFFFFFF00u, 0, 400},  // wraps
+                                           SilentCase{2000, 0, 1000, 3, 250},  // 8 ms a sleep
+                                           SilentCase{2000, 100, 1000, 95, 1}));
 
 TEST_F(UdpTransportTest, EverySocketSetupHappensOnEachReceive) {
   open_default();

@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 #include <optional>
+#include <utility>
 
 #include "transport/posix/custom_speed.hpp"
 #include "transport/posix/serial_path.hpp"
