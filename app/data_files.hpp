@@ -8,8 +8,8 @@ namespace pelmo {
 
 enum class FileReadStatus {
   ok,
-  cannot_open,
-  too_large,  // the file holds more bytes than the buffer; the buffer holds its first bytes
+  cannot_open,  // the name does not open, or opens but cannot be read (a directory)
+  too_large,    // the file holds more bytes than the buffer; the buffer holds its first bytes
 };
 
 struct FileReadResult {

@@ -16,7 +16,10 @@ std::string read_stream_text(std::FILE* input) {
   const long start = std::ftell(input);
   if (start >= 0 && std::fseek(input, 0, SEEK_END) == 0) {
     const long end = std::ftell(input);
-    if (end > start) {
+    // The length is only a hint for the first allocation: a directory, for one, reports a length
+    // that no buffer could hold, and its read then fails at once.
+    constexpr long MAX_SIZE_HINT = 256L * 1024 * 1024;
+    if (end > start && end - start <= MAX_SIZE_HINT) {
       expected = static_cast<std::size_t>(end - start);
     }
     if (std::fseek(input, start, SEEK_SET) != 0) {
