@@ -1,7 +1,9 @@
 // The Intel HEX reader on arbitrary text. The input starts with the image's base (4 bytes), its
 // limit (4 bytes) and the size of the image buffer (2 bytes); the rest is the file's text. The
 // buffer is a heap block of exactly that size, so any write past it is caught.
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string_view>
 
@@ -28,5 +30,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint32_t length =
       pelmo::read_intel_hex(text, std::span(image.get(), capacity), limit, base);
   FUZZ_CHECK(length <= capacity && length <= limit);
+
+  // The stream reader takes the file in blocks; it must come to the very same image.
+  std::FILE* file = fmemopen(const_cast<char*>(text.data()), text.size(), "rb");
+  if (file != nullptr) {
+    const auto again = std::make_unique<std::uint8_t[]>(capacity);
+    FUZZ_CHECK(pelmo::read_intel_hex(file, std::span(again.get(), capacity), limit, base) ==
+               length);
+    FUZZ_CHECK(std::equal(image.get(), image.get() + capacity, again.get()));
+    std::fclose(file);
+  }
   return 0;
 }

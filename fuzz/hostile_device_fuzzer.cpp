@@ -62,12 +62,6 @@ struct Block {
   std::unique_ptr<std::uint8_t[]> bytes;
 };
 
-template <typename Record>
-ResultCode into_heap_record(const std::function<ResultCode(Record&)>& command) {
-  const auto record = std::make_unique<Record>();
-  return command(*record);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -85,6 +79,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return hostile_reply(input, request, device);
   });
 
+  // Records on the heap, each exactly its size.
+  const auto factory = std::make_unique<FactoryTable>();
+  const auto firmware_info = std::make_unique<FirmwareInfo>();
+  const auto bootloader_info = std::make_unique<BootloaderInfo>();
+  const auto control = std::make_unique<ControlRecord>();
   const LinkDriver* driver = &link;
   std::uint32_t read = 0;
   const bool reads = command == 0 || command == 4;
@@ -97,30 +96,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       [&] { return write_calibration_table(driver, backup, block.span()); },
       [&] { return erase_calibration_table(driver, backup); },
       [&] { return verify_calibration_table(driver, backup, block.span()); },
-      [&] {
-        return into_heap_record<FactoryTable>(
-            [&](auto& t) { return read_factory_table(driver, &t); });
-      },
-      [&] {
-        return into_heap_record<FactoryTable>(
-            [&](auto& t) { return write_factory_table(driver, &t); });
-      },
+      [&] { return read_factory_table(driver, factory.get()); },
+      [&] { return write_factory_table(driver, factory.get()); },
       [&] { return erase_factory_table(driver); },
-      [&] {
-        return into_heap_record<FactoryTable>(
-            [&](auto& t) { return verify_factory_table(driver, &t); });
-      },
-      [&] {
-        return into_heap_record<FirmwareInfo>(
-            [&](auto& r) { return read_firmware_info(driver, r); });
-      },
-      [&] {
-        return into_heap_record<BootloaderInfo>(
-            [&](auto& r) { return read_bootloader_info(driver, r); });
-      },
-      [&] {
-        return into_heap_record<ControlRecord>([&](auto& r) { return read_control(driver, r); });
-      },
+      [&] { return verify_factory_table(driver, factory.get()); },
+      [&] { return read_firmware_info(driver, *firmware_info); },
+      [&] { return read_bootloader_info(driver, *bootloader_info); },
+      [&] { return read_control(driver, *control); },
       [&] { return clear_control(driver); },
       [&] { return restart_device(driver); },
       [&] { return probe_before_write(driver); },
