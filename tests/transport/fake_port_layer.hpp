@@ -8,8 +8,9 @@
 #include <numeric>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "transport/port_layer.hpp"
 
@@ -38,32 +39,26 @@ class FakePortLayer : public port::PortLayer {
  public:
   std::deque<Poll> polls;
   int reads = 0;
-  std::vector<std::pair<port::Ipv4Endpoint, Bytes>> written;  // serial writes have no address
   std::optional<std::int32_t> write_result;  // overrides the count a write or send reports
-  int open_devices = 0;                      // serial devices and sockets alive
 
   port::SerialOpenStatus serial_status = port::SerialOpenStatus::ok;
-  std::vector<std::string> serial_opens;  // the settings text of each open
+  int serial_opens = 0;
   bool start_result = true, socket_available = true, bind_result = true;
-  int stops = 0;
   std::vector<std::array<std::uint8_t, 4>> host;
 
   std::uint32_t now = 0;
   std::uint32_t oversleep_ms = 0;  // added to every sleep, as a loaded system would
   std::vector<std::uint32_t> sleeps;
 
-  port::SerialOpenResult open_serial(int, std::string_view settings) override {
-    serial_opens.emplace_back(settings);
-    port::SerialOpenResult result{serial_status, nullptr};
-    if (serial_status == port::SerialOpenStatus::ok) {
-      result.device = std::make_unique<Serial>(*this);
-    }
-    return result;
+  port::SerialOpenResult open_serial(int, std::string_view) override {
+    ++serial_opens;
+    const bool ok = serial_status == port::SerialOpenStatus::ok;
+    return {serial_status, ok ? std::make_unique<End>(*this) : nullptr};
   }
   bool start_sockets(std::uint8_t, std::uint8_t) override { return start_result; }
-  void stop_sockets() override { ++stops; }
+  void stop_sockets() override {}
   std::unique_ptr<port::DatagramSocket> open_datagram_socket() override {
-    return socket_available ? std::make_unique<Socket>(*this) : nullptr;
+    return socket_available ? std::make_unique<End>(*this) : nullptr;
   }
   std::vector<std::array<std::uint8_t, 4>> host_addresses() override { return host; }
   std::uint32_t tick_ms() override { return now; }
@@ -73,52 +68,59 @@ class FakePortLayer : public port::PortLayer {
   }
 
  private:
-  // Like a real port, a read takes no more than it was offered; the rest of a poll is lost.
-  std::int32_t read(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) {
-    ++reads;
-    if (polls.empty()) {
-      return 0;
-    }
-    const Poll poll = polls.front();
-    polls.pop_front();
-    now += poll.elapse_ms;
-    const std::size_t count = std::min(buffer.size(), poll.bytes.size());
-    std::copy_n(poll.bytes.begin(), count, buffer.begin());
-    from = poll.sender;
-    return poll.fails ? -1 : static_cast<std::int32_t>(count);
-  }
-  std::int32_t write(const port::Ipv4Endpoint& to, std::span<const std::uint8_t> bytes) {
-    written.emplace_back(to, Bytes(bytes.begin(), bytes.end()));
-    return write_result.value_or(static_cast<std::int32_t>(bytes.size()));
-  }
-
-  struct Device {
+  // One fake end serves as the serial device or the socket; either reads the same script.
+  struct End final : port::SerialDevice, port::DatagramSocket {
     FakePortLayer& p;
-    explicit Device(FakePortLayer& ports) : p(ports) { ++p.open_devices; }
-    ~Device() { --p.open_devices; }
-  };
-  struct Serial final : port::SerialDevice, Device {
-    using Device::Device;
+    explicit End(FakePortLayer& ports) : p(ports) {}
+    // Like a real port, a read takes no more than it was offered; the rest of a poll is lost.
+    std::int32_t receive_from(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) override {
+      ++p.reads;
+      if (p.polls.empty()) {
+        return 0;
+      }
+      const Poll poll = p.polls.front();
+      p.polls.pop_front();
+      p.now += poll.elapse_ms;
+      const std::size_t count = std::min(buffer.size(), poll.bytes.size());
+      std::copy_n(poll.bytes.begin(), count, buffer.begin());
+      from = poll.sender;
+      return poll.fails ? -1 : static_cast<std::int32_t>(count);
+    }
     std::int32_t read(std::span<std::uint8_t> buffer) override {
       port::Ipv4Endpoint from;
-      return p.read(buffer, from);
+      return receive_from(buffer, from);
     }
-    std::int32_t write(std::span<const std::uint8_t> bytes) override { return p.write({}, bytes); }
-  };
-  struct Socket final : port::DatagramSocket, Device {
-    using Device::Device;
+    std::int32_t write(std::span<const std::uint8_t> bytes) override {
+      return p.write_result.value_or(static_cast<std::int32_t>(bytes.size()));
+    }
+    std::int32_t send_to(const port::Ipv4Endpoint&, std::span<const std::uint8_t> bytes) override {
+      return write(bytes);
+    }
     bool bind(const port::Ipv4Endpoint&) override { return p.bind_result; }
     bool set_non_blocking() override { return true; }
     bool set_receive_timeout(std::uint32_t, std::uint32_t) override { return true; }
-    std::int32_t send_to(const port::Ipv4Endpoint& to,
-                         std::span<const std::uint8_t> bytes) override {
-      return p.write(to, bytes);
-    }
-    std::int32_t receive_from(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) override {
-      return p.read(buffer, from);
-    }
   };
 };
+
+// Queues `script` and receives into a buffer of `capacity`; checks that the buffer holds the
+// script's bytes in order and nothing past the capacity.
+template <class Transport>
+std::int32_t receive_script(Transport& transport, FakePortLayer& ports,
+                            const std::vector<Poll>& script, std::size_t capacity,
+                            std::uint16_t min_count, std::uint32_t timeout_ms) {
+  Bytes expected;
+  for (const Poll& poll : script) {
+    ports.polls.push_back(poll);
+    expected.insert(expected.end(), poll.bytes.begin(), poll.bytes.end());
+  }
+  Bytes storage(capacity + 8, 0xEE);
+  const std::int32_t result =
+      transport.receive(std::span(storage).first(capacity), min_count, timeout_ms);
+  expected.resize(static_cast<std::size_t>(result));
+  EXPECT_EQ(Bytes(storage.begin(), storage.begin() + result), expected);
+  EXPECT_EQ(Bytes(storage.end() - 8, storage.end()), Bytes(8, 0xEE)) << "past the capacity";
+  return result;
+}
 
 // Everything `action` writes to the stream it is given.
 inline std::string captured_output(const std::function<void(std::FILE*)>& action) {

@@ -1,7 +1,5 @@
-// Both transports over the POSIX backend: a pseudo-terminal whose master side the test holds as
-// the device (named to the transport through PELMO_COM7), and loopback UDP.
+// Both transports over the POSIX backend, on a pseudo-terminal and on loopback UDP.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <stdlib.h>
@@ -29,56 +27,42 @@ Bytes read_within(int fd, std::size_t count) {
   return bytes;
 }
 
-class PosixSerial : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::array<char, 128> name{};
-    ASSERT_EQ(openpty(&master, &slave, name.data(), nullptr, nullptr), 0);
-    // The device side must be raw too, or its line discipline would echo and translate.
-    termios raw{};
-    tcgetattr(master, &raw);
-    cfmakeraw(&raw);
-    tcsetattr(master, TCSANOW, &raw);
-    setenv("PELMO_COM7", name.data(), 1);
-  }
-  void TearDown() override {
-    unsetenv("PELMO_COM7");
-    ::close(master);
-    ::close(slave);
-  }
-  int open(SerialTransport& transport, std::FILE* messages = nullptr) {
-    return transport.open(6, 115200, "8N1", 250, 30, nullptr, messages);
-  }
-
+// COM7 is a pseudo-terminal whose master side the test holds as the device.
+TEST(PosixSerial, FramesCrossBothWaysAndTheLockedPortRefusesASecondOpen) {
   int master = -1, slave = -1;
-  SerialTransport transport{port::system_port_layer()};
-};
+  std::array<char, 128> name{};
+  ASSERT_EQ(openpty(&master, &slave, name.data(), nullptr, nullptr), 0);
+  // The device side must be raw too, or its line discipline would echo and translate.
+  termios raw{};
+  tcgetattr(master, &raw);
+  cfmakeraw(&raw);
+  tcsetattr(master, TCSANOW, &raw);
+  setenv("PELMO_COM7", name.data(), 1);
+  SerialTransport transport(port::system_port_layer()), second(port::system_port_layer());
+  ASSERT_EQ(transport.open(6, 115200, "8N1", 250, 30, nullptr, nullptr), 0);
 
-TEST_F(PosixSerial, FramesCrossBothWaysUnchanged) {
   // Bytes a cooked line would swallow or translate: CR, LF, ^C, ^D, XON, XOFF, DEL, 0xFF.
   const Bytes frame = {0xB5, 0x0D, 0x0A, 0x03, 0x04, 0x11, 0x13, 0x7F, 0xFF, 0x00, 0x1A, 0x5C};
-  ASSERT_EQ(open(transport), 0);
   EXPECT_EQ(transport.send(frame), 12);
   EXPECT_EQ(read_within(master, 12), frame);
-
-  Bytes response = frame;
-  const Bytes payload = sequence(244);
-  response.insert(response.end(), payload.begin(), payload.end());
+  Bytes response = sequence(244);
+  response.insert(response.begin(), frame.begin(), frame.end());
   ASSERT_EQ(::write(master, response.data(), response.size()), 256);
   std::array<std::uint8_t, 1024> buffer{};
   ASSERT_EQ(transport.receive(buffer, 256, 0), 256);
   EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 256), response);
-}
 
-TEST_F(PosixSerial, LockedPortRefusesASecondOpenUntilReleased) {
-  ASSERT_EQ(open(transport), 0);
-  SerialTransport second(port::system_port_layer());
-  EXPECT_EQ(captured_output([&](std::FILE* out) { EXPECT_EQ(open(second, out), 1); }),
+  EXPECT_EQ(captured_output([&](std::FILE* out) {
+              EXPECT_EQ(second.open(6, 115200, "8N1", 250, 30, nullptr, out), 1);
+            }),
             "unable to open comport\n");
   transport.close();
-  ASSERT_EQ(open(second), 0);
+  ASSERT_EQ(second.open(6, 115200, "8N1", 250, 30, nullptr, nullptr), 0);
   EXPECT_EQ(second.send(sequence(4)), 4);
   EXPECT_EQ(read_within(master, 4), sequence(4));
+  unsetenv("PELMO_COM7");
+  ::close(master);
+  ::close(slave);
 }
 
 // The system's sockets and clock on a host that is 10.99.0.1 and 127.0.0.1: Linux refuses the
