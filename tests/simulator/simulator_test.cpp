@@ -1,0 +1,323 @@
+// The device and its fault plan driven in process with encoded frames, then the built
+// pelmo-device program over a real UDP socket and a real pseudo-terminal.
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "commands/command_code.hpp"
+#include "commands/records.hpp"
+#include "protocol/bytes.hpp"
+#include "protocol/crc32.hpp"
+#include "protocol/frame.hpp"
+#include "simulator/device_status.hpp"
+#include "simulator/options.hpp"
+#include "simulator/responder.hpp"
+
+namespace pelmo::sim {
+namespace {
+
+namespace fs = std::filesystem;
+using enum CommandCode;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes request(std::uint8_t code, std::uint32_t address = 0, std::uint16_t length = 0,
+              const Bytes& payload = {}) {
+  Bytes frame(FRAME_BUFFER_SIZE);
+  std::uint16_t size = 0;
+  encode_frame(Direction::request, code, address, length, payload.data(), frame, &size);
+  frame.resize(size);
+  return frame;
+}
+
+struct Answer {
+  ResultCode decoded = RC_FAILED;
+  std::uint8_t status = 0;
+  std::uint32_t address = 0;
+  Bytes payload;
+};
+
+Answer decode(std::span<const std::uint8_t> frame) {
+  FrameFields fields;
+  const ResultCode decoded = decode_frame(Direction::response, frame, fields);
+  return {decoded, fields.code, fields.address,
+          Bytes(fields.payload.begin(), fields.payload.end())};
+}
+
+fs::path scratch(const std::string& name) {
+  return fs::temp_directory_path() / ("pelmo-sim-" + std::to_string(::getpid()) + "-" + name);
+}
+
+// A device with its responder, configured by a command line.
+struct Bench {
+  explicit Bench(std::vector<std::string_view> arguments = {})
+      : options(parse_options((arguments.push_back("--pty"), arguments))) {}
+
+  std::vector<Transmission> send(CommandCode code, std::uint32_t address = 0,
+                                 std::uint16_t length = 0, const Bytes& payload = {}) {
+    return responder.on_frame(request(to_byte(code), address, length, payload));
+  }
+  // The one answer to a request.
+  Answer ask(CommandCode code, std::uint32_t address = 0, std::uint16_t length = 0,
+             const Bytes& payload = {}) {
+    return decode(send(code, address, length, payload).at(0).bytes);
+  }
+
+  SimulatorOptions options;
+  Device device{options.device};
+  std::ostringstream log_text;
+  RequestLog log{log_text};
+  Responder responder{device, options.faults, log};
+};
+
+TEST(Device, FirmwareWriteSealsSizeAndCrcIntoTheHeader) {
+  Bytes image(3000);
+  std::iota(image.begin(), image.end(), 1);
+  store_u32(ByteOrder::little, FIRMWARE_MAGIC, image.data() + 20);
+  Bytes sealed = image;
+  store_u32(ByteOrder::little, 3000, sealed.data());
+  store_u32(ByteOrder::little, crc32_mpeg2(std::span(image).subspan(8)), sealed.data() + 4);
+  Bench bench({"--fw-max-size", "3000"});
+  // Blocks as the host sends them, padded to 8-byte units; the last one ends at the limit.
+  for (std::uint32_t offset = 0; offset < image.size(); offset += 1008) {
+    Bytes block(image.begin() + offset, image.begin() + std::min(offset + 1008, 3000u));
+    block.resize((block.size() + 7) / 8 * 8, 0xFF);
+    const Answer ack = bench.ask(CMD_WRITE_FW, offset, block.size(), block);
+    EXPECT_TRUE(ack.status == STATUS_OK && ack.address == offset && ack.payload.empty());
+  }
+  EXPECT_EQ(STATUS_OUT_OF_RANGE, bench.ask(CMD_WRITE_FW, 3000, 8, Bytes(8)).status);
+  EXPECT_EQ(STATUS_BAD_ALIGNMENT, bench.ask(CMD_WRITE_FW, 4, 8, Bytes(8)).status);
+  ASSERT_EQ(STATUS_OK, bench.ask(CMD_END_FW).status);
+  const Bytes eight(&image[2000], &image[2008]);
+  EXPECT_EQ(STATUS_OK, bench.ask(CMD_VERIFY_FW, 2000, 8, eight).status);
+  EXPECT_EQ(STATUS_DIFFERENT, bench.ask(CMD_VERIFY_FW, 2001, 8, eight).status);
+  Bytes read;
+  Answer chunk;
+  while ((chunk = bench.ask(CMD_READ_FW, read.size(), 1012)).status == STATUS_OK &&
+         chunk.address == read.size() && !chunk.payload.empty()) {
+    read.insert(read.end(), chunk.payload.begin(), chunk.payload.end());
+  }
+  EXPECT_EQ(sealed, read);
+  EXPECT_TRUE(chunk.status == STATUS_OUT_OF_RANGE && chunk.address == 3000);
+  EXPECT_EQ(Bytes(sealed.begin(), sealed.begin() + 96), bench.ask(CMD_FW_INFO).payload);
+  EXPECT_EQ(STATUS_OK, bench.ask(CMD_ERASE_FW).status);
+  EXPECT_EQ(STATUS_OUT_OF_RANGE, bench.ask(CMD_READ_FW, 0, 8).status);
+  const Answer unknown = decode(bench.responder.on_frame(request(0x55, 7)).at(0).bytes);
+  EXPECT_TRUE(unknown.status == STATUS_UNKNOWN_COMMAND && unknown.address == 7);
+
+  // The stored firmware cut to `size` bytes, with `bits` flipped in byte `at`: in the magic (20),
+  // in the content (2900), or in the size, which then counts one byte more than there is (0).
+  const struct {
+    std::size_t size, at;
+    std::uint8_t bits, status;
+  } cases[] = {{95, 0, 0, STATUS_BAD_HEADER},
+               {3000, 20, 1, STATUS_BAD_HEADER},
+               {3000, 2900, 1, STATUS_BAD_CRC},
+               {3000, 0, 1, STATUS_BAD_CRC},
+               {3000, 0, 0, STATUS_OK}};
+  for (const auto& c : cases) {
+    Bytes stored = sealed;
+    stored[c.at] ^= c.bits;
+    stored.resize(c.size);
+    Bench bench;
+    ASSERT_TRUE(bench.device.load_area(Area::firmware, stored));
+    const Answer info = bench.ask(CMD_FW_INFO);
+    EXPECT_EQ(c.status, info.status) << c.size << " " << c.at;
+    EXPECT_EQ(c.status == STATUS_OK ? 96u : 0u, info.payload.size());
+  }
+}
+
+// Each transmission as [~ if stray][delay:]status/address/payload size, "crc" for a broken CRC or
+// "xN" for N bytes that are no frame on their own; "-" when nothing is sent.
+std::string render(const std::vector<Transmission>& out) {
+  std::string text = out.empty() ? "-" : "";
+  for (const Transmission& piece : out) {
+    text += (text.empty() ? "" : ",") + std::string(piece.stray ? "~" : "") +
+            (piece.delay_ms ? std::to_string(piece.delay_ms) + ":" : "");
+    const Answer answer = decode(piece.bytes);
+    char body[32];
+    std::snprintf(body, sizeof body, "%02X/%u/%zu", answer.status, answer.address,
+                  answer.payload.size());
+    text += answer.decoded == RC_OK        ? body
+            : answer.decoded == RC_BAD_CRC ? "crc"
+                                           : "x" + std::to_string(piece.bytes.size());
+  }
+  return text;
+}
+
+TEST(Responder, FaultOptionsDoWhatTheySay) {
+  const struct {
+    std::vector<std::string_view> options;
+    std::string outcome;  // the six answers, then the reset count the device ended with
+  } cases[] = {
+      {{}, "00/0/0 FA/0/0 00/0/0 00/16/0 00/0/24 00/0/0 r2"},
+      {{"--silent-first", "2"}, "- - 00/0/0 00/16/0 00/0/24 00/0/0 r1"},
+      {{"--silent-after", "3"}, "00/0/0 FA/0/0 00/0/0 - - - r2"},
+      {{"--silent-code", "FW_INFO,0x02"}, "00/0/0 - 00/0/0 00/16/0 - 00/0/0 r2"},
+      {{"--drop-requests", "100"}, "- - - - - - r0"},
+      {{"--drop-responses", "100%"}, "- - - - - - r2"},
+      {{"--status", "RESTART=0xE7@2", "--status", "0x82=1"},
+       "00/0/0 FA/0/0 E7/0/0 01/16/0 FD/0/0 00/0/0 r1"},
+      {{"--wrong-address", "WRITE_CALIB", "--extra-payload", "0x4F"},
+       "00/0/1 FA/0/0 00/0/1 00/17/0 00/0/24 00/0/0 r2"},
+      {{"--corrupt-crc-code", "FW_INFO", "--read-chunk", "10"},
+       "00/0/0 crc 00/0/0 00/16/0 00/0/10 00/0/0 r2"},
+      {{"--corrupt-crc", "100"}, "crc crc crc crc crc crc r2"},
+      {{"--delay-ms", "5", "--erase-ms", "1000", "--stray", "FW_INFO"},
+       "5:00/0/0 ~5:FA/0/0,5:FA/0/0 5:00/0/0 5:00/16/0 5:00/0/24 1005:00/0/0 r2"},
+      {{"--duplicate", "100", "--split", "--split-gap-ms", "30", "--delay-ms", "5",
+        "--silent-after", "1"},
+       "5:x6,35:x6,35:x6,65:x6 - - - - - r1"},
+  };
+  for (const auto& c : cases) {
+    Bench bench(c.options);
+    std::string outcome;
+    for (const auto& out :
+         {bench.send(CMD_RESTART), bench.send(CMD_FW_INFO), bench.send(CMD_RESTART),
+          bench.send(CMD_WRITE_CALIB, 16, 8, Bytes(8, 0x42)), bench.send(CMD_READ_CALIB, 0, 244),
+          bench.send(CMD_ERASE_FACTORY)}) {
+      outcome += render(out) + " ";
+    }
+    EXPECT_EQ(c.outcome, outcome + "r" + std::to_string(bench.device.control()[4]))
+        << ::testing::PrintToString(c.options);
+  }
+}
+
+// pelmo-device as a child process; its standard output and error go to a file.
+class DeviceProcess {
+ public:
+  explicit DeviceProcess(const std::string& arguments)
+      : command_("exec '" PELMO_DEVICE_PATH "' " + arguments + " >'" + output_.string() + "' 2>&1"),
+        pid_(::fork()) {
+    if (pid_ == 0) {
+      ::execl("/bin/sh", "sh", "-c", command_.c_str(), nullptr);
+      ::_exit(127);
+    }
+  }
+  ~DeviceProcess() {
+    if (exit_ < 0 && ::kill(pid_, SIGKILL) == 0) {
+      ::waitpid(pid_, nullptr, 0);
+    }
+    fs::remove(output_);
+  }
+
+  // The output's lines up to the first that starts with `marker` (waiting up to 5 s for it).
+  std::vector<std::string> lines_until(std::string_view marker) {
+    for (int tries = 0; tries < 500; ++tries, ::usleep(10000)) {
+      std::ifstream in(output_);
+      std::vector<std::string> lines;
+      for (std::string line; std::getline(in, line) && !in.eof();) {
+        lines.push_back(line);
+        if (line.starts_with(marker)) {
+          return lines;
+        }
+      }
+    }
+    ADD_FAILURE() << "no line starting with " << marker;
+    return {""};
+  }
+
+  // The exit status, or -1 while it still runs after 5 s.
+  int wait_exit() {
+    for (int status = 0, tries = 0; exit_ < 0 && tries < 500; ++tries, ::usleep(10000)) {
+      if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+        exit_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+      }
+    }
+    return exit_;
+  }
+
+  static inline int count_ = 0;
+  const fs::path output_ = scratch("out-" + std::to_string(++count_));
+  const std::string command_;
+  const pid_t pid_;
+  int exit_ = -1;
+};
+
+TEST(Endpoints, UdpAndPtyReachOneDevice) {
+  const fs::path link = scratch("com3");
+  DeviceProcess device("--udp 127.0.0.2:0 --pty-link " + link.string() +
+                       " --baud-pace --stray WRITE_CALIB --split");
+  const auto lines = device.lines_until("ready");
+  ASSERT_TRUE(lines.size() == 3 && lines[0].starts_with("listening udp 127.0.0.2:") &&
+              lines[1].starts_with("pty /dev/"));
+
+  // A datagram that is no frame, then a calibration table; the answer comes as a stray copy
+  // from another port, then in two halves from the device's port.
+  const sockaddr_in to{AF_INET, htons(std::stoi(lines[0].substr(24))), {htonl(0x7F000002)}, {}};
+  const int host = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  Bytes table(1012);
+  std::iota(table.begin(), table.end(), 13);
+  for (const Bytes& datagram : {Bytes{0xB5, 0x24, 0, 0}, request(0x82, 0, 1012, table)}) {
+    ::sendto(host, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+             sizeof to);
+  }
+  Bytes stray, answer;  // what came from another port, and the pieces from the device's port
+  int datagrams = 0;
+  for (pollfd udp{host, POLLIN, 0}; ::poll(&udp, 1, 300) > 0; ++datagrams) {
+    Bytes piece(64);
+    sockaddr_in from{};
+    socklen_t size = sizeof from;
+    piece.resize(static_cast<std::size_t>(
+        ::recvfrom(host, piece.data(), 64, 0, reinterpret_cast<sockaddr*>(&from), &size)));
+    Bytes& into = from.sin_port == to.sin_port ? answer : stray;
+    into.insert(into.end(), piece.begin(), piece.end());
+  }
+  ::close(host);
+  EXPECT_EQ(3, datagrams);
+  EXPECT_EQ(stray, answer);
+  EXPECT_EQ(RC_OK, decode(answer).decoded);
+
+  // On the pty: noise, then a read of the table in two pieces.
+  const int port = ::open(link.c_str(), O_RDWR | O_NOCTTY);
+  const Bytes read = request(to_byte(CMD_READ_CALIB), 0, 1012);
+  ASSERT_EQ(3, ::write(port, "\x01\xB5\x02", 3));
+  ASSERT_EQ(5, ::write(port, read.data(), 5));
+  ::usleep(20000);
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(7, ::write(port, read.data() + 5, 7));
+  Bytes response(1024);
+  std::size_t received = 0;
+  for (pollfd ready{port, POLLIN, 0}; received < 1024 && ::poll(&ready, 1, 3000) > 0;) {
+    received += static_cast<std::size_t>(
+        std::max<ssize_t>(0, ::read(port, &response[received], 1024 - received)));
+  }
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_EQ(table, decode(response).payload);
+  // 1024 bytes at 11520 bytes/s take about 89 ms.
+  EXPECT_TRUE(took >= std::chrono::milliseconds(80) && took < std::chrono::seconds(1))
+      << std::chrono::duration_cast<std::chrono::milliseconds>(took).count() << " ms";
+
+  ::close(port);
+  ::kill(device.pid_, SIGTERM);
+  EXPECT_EQ(0, device.wait_exit());
+  EXPECT_FALSE(fs::exists(fs::symlink_status(link))) << "the link goes with the device";
+}
+
+TEST(Endpoints, RefusesWhatItCannotUse) {
+  DeviceProcess refused("--udp 127.0.0.2 --drop-requests 150");
+  EXPECT_EQ("pelmo-device: a percentage is at most 100: '150'",
+            refused.lines_until("pelmo-device:").back());
+  EXPECT_EQ(2, refused.wait_exit());
+  DeviceProcess unusable("--pty --state /dev/null");
+  EXPECT_EQ("pelmo-device: cannot use state directory /dev/null",
+            unusable.lines_until("pelmo-device:").back());
+  EXPECT_EQ(1, unusable.wait_exit());
+}
+
+}  // namespace
+}  // namespace pelmo::sim
