@@ -1,10 +1,10 @@
-// Rules every bootloader command shares: the link check, the status rule, the echo and payload
-// checks, and that failures end the command without retries above the exchange.
+// Rules every bootloader command shares: the link check, its first request, the status rule, the
+// echo and payload checks, and that failures end the command without retries above the exchange.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
-#include <memory>
+#include <tuple>
 #include <vector>
 
 #include "commands/commands.hpp"
@@ -15,164 +15,137 @@ namespace {
 
 using namespace test_support;
 
-// Erases, ends and begins are judged by their status alone; queries also by echo and payload.
-enum class Kind { chunked_read, block_write, block_verify, acknowledged, query };
+// Erases are judged by their status alone; queries also by echo and payload.
+enum class Kind { read, write, verify, acknowledged, query };
+
+std::vector<std::uint8_t> area(4096);
+const std::vector<std::uint8_t> image = pattern(600);
+FactoryTable table{};
+FirmwareInfo firmware_info{};
+BootloaderInfo bootloader_info{};
+ControlRecord control{};
 
 struct CommandUnderTest {
   const char* name;
   Kind kind;
+  std::uint8_t first_code;  // of the first request (a write's is the probe)
+  std::uint32_t first_timeout_ms;
   std::function<ResultCode(const LinkDriver*)> run;
 };
 
-std::vector<CommandUnderTest> all_commands() {
-  auto buffer = std::make_shared<std::vector<std::uint8_t>>(pattern(4096));
-  auto destination = std::make_shared<std::vector<std::uint8_t>>(4096);
-  auto table = std::make_shared<FactoryTable>();
-  const std::span<const std::uint8_t> image(buffer->data(), 600);
-  return {
-      {"read_firmware", Kind::chunked_read,
-       [=](const LinkDriver* l) { return read_firmware(l, *destination); }},
-      {"erase_firmware", Kind::acknowledged, [](const LinkDriver* l) { return erase_firmware(l); }},
-      {"write_firmware", Kind::block_write,
-       [=](const LinkDriver* l) { return write_firmware(l, *buffer, 600); }},
-      {"verify_firmware", Kind::block_verify,
-       [=](const LinkDriver* l) { return verify_firmware(l, image); }},
-      {"read_factory_table", Kind::chunked_read,
-       [=](const LinkDriver* l) { return read_factory_table(l, table.get()); }},
-      {"write_factory_table", Kind::block_write,
-       [=](const LinkDriver* l) { return write_factory_table(l, table.get()); }},
-      {"erase_factory_table", Kind::acknowledged,
-       [](const LinkDriver* l) { return erase_factory_table(l); }},
-      {"verify_factory_table", Kind::block_verify,
-       [=](const LinkDriver* l) { return verify_factory_table(l, table.get()); }},
-      {"read_calibration_table", Kind::chunked_read,
-       [=](const LinkDriver* l) { return read_calibration_table(l, false, *destination); }},
-      {"write_calibration_backup", Kind::block_write,
-       [=](const LinkDriver* l) { return write_calibration_table(l, true, image); }},
-      {"erase_calibration_table", Kind::acknowledged,
-       [](const LinkDriver* l) { return erase_calibration_table(l, false); }},
-      {"verify_calibration_table", Kind::block_verify,
-       [=](const LinkDriver* l) { return verify_calibration_table(l, false, image); }},
-      {"read_firmware_info", Kind::query,
-       [](const LinkDriver* l) {
-         FirmwareInfo info{};
-         return read_firmware_info(l, info);
-       }},
-      {"read_bootloader_info", Kind::query,
-       [](const LinkDriver* l) {
-         BootloaderInfo info{};
-         return read_bootloader_info(l, info);
-       }},
-      {"read_control", Kind::query,
-       [](const LinkDriver* l) {
-         ControlRecord record{};
-         return read_control(l, record);
-       }},
-      {"clear_control", Kind::query, [](const LinkDriver* l) { return clear_control(l); }},
-      {"restart_device", Kind::query, [](const LinkDriver* l) { return restart_device(l); }},
-  };
-}
-
-class EveryCommand : public ::testing::TestWithParam<CommandUnderTest> {
- protected:
-  ScriptedDevice device;
+const CommandUnderTest COMMANDS[] = {
+    {"read_firmware", Kind::read, 0x04, 0, [](auto l) { return read_firmware(l, area); }},
+    {"erase_firmware", Kind::acknowledged, 0x44, 25000, erase_firmware},
+    {"write_firmware", Kind::write, 0x8F, 0, [](auto l) { return write_firmware(l, image, 600); }},
+    {"verify_firmware", Kind::verify, 0xC4, 0, [](auto l) { return verify_firmware(l, image); }},
+    {"read_factory", Kind::read, 0x01, 0, [](auto l) { return read_factory_table(l, &table); }},
+    {"write_factory", Kind::write, 0x8F, 0, [](auto l) { return write_factory_table(l, &table); }},
+    {"erase_factory", Kind::acknowledged, 0x41, 25000, erase_factory_table},
+    {"verify_factory", Kind::verify, 0xC1, 0,
+     [](auto l) { return verify_factory_table(l, &table); }},
+    {"read_calibration", Kind::read, 0x02, 0,
+     [](auto l) { return read_calibration_table(l, false, area); }},
+    {"read_backup", Kind::read, 0x03, 0,
+     [](auto l) { return read_calibration_table(l, true, area); }},
+    {"write_calibration", Kind::write, 0x8F, 0,
+     [](auto l) { return write_calibration_table(l, false, image); }},
+    {"erase_calibration", Kind::acknowledged, 0x42, 0,
+     [](auto l) { return erase_calibration_table(l, false); }},
+    {"erase_backup", Kind::acknowledged, 0x43, 0,
+     [](auto l) { return erase_calibration_table(l, true); }},
+    {"verify_calibration", Kind::verify, 0xC2, 0,
+     [](auto l) { return verify_calibration_table(l, false, image); }},
+    {"firmware_info", Kind::query, 0x24, 0,
+     [](auto l) { return read_firmware_info(l, firmware_info); }},
+    {"bootloader_info", Kind::query, 0x2F, 0,
+     [](auto l) { return read_bootloader_info(l, bootloader_info); }},
+    {"read_control", Kind::query, 0x2E, 0, [](auto l) { return read_control(l, control); }},
+    {"clear_control", Kind::query, 0x4E, 0, clear_control},
+    {"restart_device", Kind::query, 0x4F, 0, restart_device},
 };
 
-TEST_P(EveryCommand, NeedsAUsableLink) {
-  EXPECT_EQ(GetParam().run(nullptr), RC_NO_DRIVER);
+class EveryCommand : public ::testing::TestWithParam<CommandUnderTest> {};
+
+TEST_P(EveryCommand, RefusesWithoutSending) {
+  ScriptedDevice device;
   LinkDriver no_receive = device.link();
   no_receive.receive = nullptr;
+  EXPECT_EQ(GetParam().run(nullptr), RC_NO_DRIVER);
   EXPECT_EQ(GetParam().run(&no_receive), RC_NO_DRIVER);
-  LinkDriver no_send = device.link();
-  no_send.send = nullptr;
-  EXPECT_EQ(GetParam().run(&no_send), RC_NO_DRIVER);
+  if (GetParam().kind != Kind::acknowledged && GetParam().kind != Kind::query) {
+    device.link().chunk_size = 0;
+    EXPECT_EQ(GetParam().run(device.driver()), RC_BAD_LENGTH);
+  }
   EXPECT_TRUE(device.events().empty());
 }
 
-TEST_P(EveryCommand, EndOfDataStatusEndsReadsAndFailsEverythingElse) {
-  device.respond_with([](const SentRequest& r) { return answer(0xFD, r.address); });
-  const ResultCode expected = GetParam().kind == Kind::chunked_read ? RC_OK : RC_OUT_OF_RANGE;
-  EXPECT_EQ(GetParam().run(device.driver()), expected);
-  EXPECT_EQ(device.requests().size(), 1u);
-  EXPECT_EQ(device.progress_calls(), 0);
-}
-
-TEST_P(EveryCommand, DeviceStatusBecomesItsNegativeCode) {
-  for (const auto& [status, expected] :
-       {std::pair{0x01, -255}, std::pair{0xFF, -1}, std::pair{0xE7, RC_TIMEOUT},
-        std::pair{0xF9, RC_BAD_CRC}}) {
-    ScriptedDevice failing;
-    failing.respond_with([status](const SentRequest& r) {
-      return answer(static_cast<std::uint8_t>(status), r.address);
-    });
-    EXPECT_EQ(GetParam().run(failing.driver()), expected) << "status " << status;
-    EXPECT_EQ(failing.requests().size(), 1u) << "status " << status;
-    EXPECT_EQ(failing.progress_calls(), 0);
-  }
-}
-
-TEST_P(EveryCommand, SilenceIsATimeoutAfterTheAttempts) {
-  EXPECT_EQ(GetParam().run(device.driver()), RC_TIMEOUT);
-  EXPECT_EQ(device.requests().size(), 3u);
-}
-
-TEST_P(EveryCommand, UndecodableAnswerEndsWithTheDecoderCode) {
-  // The probe lets undecodable answers pass, so a write fails at its next step, unretried.
-  const std::size_t requests = GetParam().kind == Kind::block_write ? 2 : 1;
-  for (const auto& [bytes, expected] :
-       {std::pair{with_bad_crc(response_frame(0, 0)), RC_BAD_CRC},
-        std::pair{std::vector<std::uint8_t>(11, 0xBA), RC_BAD_LENGTH},
-        std::pair{std::vector<std::uint8_t>(12, 0xB5), RC_BAD_HEADER}}) {
-    ScriptedDevice garbled;
-    garbled.respond_with([bytes](const SentRequest&) { return raw(bytes); });
-    EXPECT_EQ(GetParam().run(garbled.driver()), expected);
-    EXPECT_EQ(garbled.requests().size(), requests);
+TEST_P(EveryCommand, FailuresEndItUnretried) {
+  const CommandUnderTest& command = GetParam();
+  // responder, result, requests sent
+  for (const auto& [responder, rc, requests] :
+       std::vector<std::tuple<Responder, ResultCode, std::size_t>>{
+           {[](const SentRequest& r) { return answer(0x01, r.address); }, -255, 1},
+           // The end-of-data status ends a read; anything else it fails.
+           {[](const SentRequest& r) { return answer(0xFD, r.address); },
+            command.kind == Kind::read ? RC_OK : RC_OUT_OF_RANGE, 1},
+           {[](const SentRequest&) { return silence(); }, RC_TIMEOUT, 3},
+           // The probe lets an undecodable answer pass: a write fails at its next step.
+           {[](const SentRequest&) { return raw(with_bad_crc(response_frame(0, 0))); }, RC_BAD_CRC,
+            command.kind == Kind::write ? 2u : 1u}}) {
+    ScriptedDevice device;
+    device.respond_with(responder);
+    EXPECT_EQ(command.run(device.driver()), rc);
+    EXPECT_EQ(device.requests().size(), requests);
+    EXPECT_EQ(device.progress_calls(), 0);
+    // Answers of unknown length are awaited until the link falls quiet.
+    const bool data = command.kind == Kind::read || command.kind == Kind::query;
+    EXPECT_EQ(device.request_headers()[0].code, command.first_code);
+    EXPECT_EQ(device.receives()[0].timeout_ms, command.first_timeout_ms);
+    EXPECT_EQ(device.receives()[0].min_count, data ? 0 : 12);
   }
 }
 
 TEST_P(EveryCommand, WrongEchoIsAMismatchExceptForStatusOnlyAnswers) {
-  device.respond_with([](const SentRequest& r) {
-    if (r.code == 0x8F) {
-      return ack(0);
+  const Kind kind = GetParam().kind;
+  // Otherwise well-formed answers at a wrong address; then, for blocks, with a payload.
+  for (const std::uint32_t shift : {4u, 0u}) {
+    if (shift == 0 && kind != Kind::write && kind != Kind::verify) {
+      continue;
     }
-    // Otherwise well-formed answers: reads get data, records their exact size.
-    const std::size_t size = r.code < 0x10 ? 4 : r.code == 0x24 ? 96 : r.code == 0x2F ? 76 : 0;
-    const std::vector<std::uint8_t> data(size, 0x42);
-    return answer(0, r.address + 4, data);
-  });
-  const bool status_only = GetParam().kind == Kind::acknowledged;
-  EXPECT_EQ(GetParam().run(device.driver()), status_only ? RC_OK : RC_MISMATCH);
+    ScriptedDevice device;
+    device.respond_with([shift](const SentRequest& r) {
+      // Reads get data, records their exact size, the rest one byte; begins look at neither.
+      const std::size_t size = r.code < 0x10 ? 4 : r.code == 0x24 ? 96 : r.code == 0x2F ? 76 : 1;
+      return answer(0, r.address + shift, std::vector<std::uint8_t>(size, 0x42));
+    });
+    EXPECT_EQ(GetParam().run(device.driver()), kind == Kind::acknowledged ? RC_OK : RC_MISMATCH);
+    // Only begins went ahead of the failed step: no further block and no end command.
+    const auto headers = device.request_headers();
+    EXPECT_TRUE(std::all_of(headers.begin(), headers.end() - 1,
+                            [](const RequestHeader& h) { return h.code == 0x8F; }));
+    EXPECT_EQ(device.progress_calls(),
+              static_cast<int>(headers.size()) - (kind == Kind::acknowledged ? 0 : 1));
+  }
 }
 
-class BlockCommand : public EveryCommand {};
-
-TEST_P(BlockCommand, PayloadInTheAcknowledgementIsAMismatch) {
-  const std::vector<std::uint8_t> one{0x00};
-  device.respond_with(
-      [one](const SentRequest& r) { return r.code == 0x8F ? ack(0) : answer(0, r.address, one); });
-  EXPECT_EQ(GetParam().run(device.driver()), RC_MISMATCH);
-  // The first block failed: no further block and no end command went out.
-  const auto headers = device.request_headers();
-  const auto blocks = std::count_if(headers.begin(), headers.end(), [](const RequestHeader& h) {
-    return (h.code & 0x80) != 0 && h.code != 0x8F;
-  });
-  EXPECT_EQ(blocks, 1);
-  EXPECT_EQ(headers.back().code & 0xF0, GetParam().kind == Kind::block_write ? 0x80 : 0xC0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, EveryCommand, ::testing::ValuesIn(all_commands()),
+INSTANTIATE_TEST_SUITE_P(Commands, EveryCommand, ::testing::ValuesIn(COMMANDS),
                          [](const auto& info) { return std::string(info.param.name); });
 
-std::vector<CommandUnderTest> block_commands() {
-  std::vector<CommandUnderTest> commands = all_commands();
-  std::erase_if(commands, [](const CommandUnderTest& c) {
-    return c.kind != Kind::block_write && c.kind != Kind::block_verify;
-  });
-  return commands;
+TEST(Commands, ArgumentRefusalsSendNothing) {
+  ScriptedDevice device;
+  const std::vector<std::uint8_t> buffer(200, 0);
+  EXPECT_EQ(write_firmware(device.driver(), std::span(buffer).first(100), 101), RC_BAD_LENGTH);
+  EXPECT_EQ(verify_firmware(device.driver(), std::span(buffer).first(95)), RC_BAD_LENGTH);
+  EXPECT_EQ(write_firmware(device.driver(), {}, 8), RC_NULL_POINTER);
+  EXPECT_EQ(read_firmware(device.driver(), {}), RC_NULL_POINTER);
+  EXPECT_EQ(read_factory_table(device.driver(), nullptr), RC_NULL_POINTER);
+  EXPECT_EQ(write_factory_table(device.driver(), nullptr), RC_NULL_POINTER);
+  EXPECT_EQ(verify_factory_table(device.driver(), nullptr), RC_NULL_POINTER);
+  device.link().chunk_size = 7;  // less than one 8-byte unit
+  EXPECT_EQ(write_firmware(device.driver(), buffer, 200), RC_BAD_LENGTH);
+  EXPECT_EQ(verify_firmware(device.driver(), buffer), RC_BAD_LENGTH);
+  EXPECT_TRUE(device.events().empty());
 }
-
-INSTANTIATE_TEST_SUITE_P(Commands, BlockCommand, ::testing::ValuesIn(block_commands()),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace pelmo
