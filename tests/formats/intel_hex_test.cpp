@@ -2,212 +2,142 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
 #include <string>
-#include <utility>
 #include <vector>
-
-#include "tests/formats/hex_text.hpp"
 
 namespace pelmo {
 namespace {
 
-using test::EOF_LINE;
-using test::hex_line;
 using Bytes = std::vector<std::uint8_t>;
 
-// ---- parse_hex_record ------------------------------------------------------------------------
-
-struct RecordCase {
-  const char* name;
-  std::string line;
-  bool good;
-  std::uint8_t type = 0;
-  std::uint16_t address = 0;
-  Bytes data = {};
-};
-
-class ParseHexRecord : public testing::TestWithParam<RecordCase> {};
-
-TEST_P(ParseHexRecord, DecodesOrRejects) {
-  const RecordCase& c = GetParam();
-  HexRecord record{};
-  ASSERT_EQ(parse_hex_record(c.line, record), c.good);
-  if (c.good) {
-    EXPECT_EQ(record.record_type, c.type);
-    EXPECT_EQ(record.load_address, c.address);
-    EXPECT_EQ(Bytes(record.data.begin(), record.data.begin() + record.byte_count), c.data);
+// The good lines hold 16 data bytes for 0x0100.
+TEST(ParseHexRecord, DecodesOrRejects) {
+  const Bytes data = {0x21, 0x46, 0x01, 0x36, 0x01, 0x21, 0x47, 0x01,
+                      0x36, 0x00, 0x7E, 0xFE, 0x09, 0xD2, 0x19, 0x01};
+  for (const auto& [line, good] : std::vector<std::pair<const char*, bool>>{
+           {":10010000214601360121470136007EFE09D2190140", true},
+           {":10010000214601360121470136007efe09d2190140 x", true},  // case, trailing text
+           {":10010000214601360121470136007EFE09D2190141", false},   // checksum
+           {":11010000214601360121470136007EFE09D2190140", false},   // count beyond line
+           {":0000000", false},
+           {" :00000001FF", false},
+           {":0100000G12DD", false}}) {
+    HexRecord record{};
+    ASSERT_EQ(parse_hex_record(line, record), good) << line;
+    if (good) {
+      EXPECT_EQ(record.record_type, 0);
+      EXPECT_EQ(record.load_address, 0x0100);
+      EXPECT_EQ(Bytes(record.data.begin(), record.data.begin() + record.byte_count), data);
+    }
   }
 }
 
-const Bytes SAMPLE = {0x21, 0x46, 0x01, 0x36, 0x01, 0x21, 0x47, 0x01,
-                      0x36, 0x00, 0x7E, 0xFE, 0x09, 0xD2, 0x19, 0x01};
-
-INSTANTIATE_TEST_SUITE_P(
-    Lines, ParseHexRecord,
-    testing::Values(
-        RecordCase{"Data", ":10010000214601360121470136007EFE09D2190140", true, 0, 0x100, SAMPLE},
-        RecordCase{"LowerCase", ":10010000214601360121470136007efe09d2190140", true, 0, 0x100,
-                   SAMPLE},
-        RecordCase{"TrailingIgnored", ":10010000214601360121470136007EFE09D2190140 x", true, 0,
-                   0x100, SAMPLE},
-        RecordCase{"ExtendedLinear", ":020000040800F2", true, 4, 0, {0x08, 0x00}},
-        RecordCase{"WrongChecksum", ":10010000214601360121470136007EFE09D2190141", false},
-        RecordCase{"CountBeyondLine", ":11010000214601360121470136007EFE09D2190140", false},
-        RecordCase{"OddDigits", ":0100000012E", false},
-        RecordCase{"NoColon", "00000001FF00", false},
-        RecordCase{"BlankBeforeColon", " :00000001FF", false},
-        RecordCase{"NotHex", ":0100000G12DD", false}),
-    [](const testing::TestParamInfo<RecordCase>& info) { return std::string(info.param.name); });
-
-TEST(ParseHexRecord, AcceptsFullCountOf255) {
-  const Bytes data(255, 0xA5);
-  std::string line = hex_line(0, 0x1234, data);
-  HexRecord record{};
-  ASSERT_TRUE(parse_hex_record(line, record));
-  EXPECT_EQ(Bytes(record.data.begin(), record.data.end()), data);
-  line.pop_back();  // one digit short of the checksum
-  EXPECT_FALSE(parse_hex_record(line, record));
+// One record line with its checksum and a line feed.
+std::string rec(unsigned type, unsigned address, const Bytes& data) {
+  Bytes bytes = {std::uint8_t(data.size()), std::uint8_t(address >> 8), std::uint8_t(address),
+                 std::uint8_t(type)};
+  bytes.insert(bytes.end(), data.begin(), data.end());
+  bytes.push_back(std::uint8_t(0x100 - std::accumulate(bytes.begin(), bytes.end(), 0u)));
+  std::string line = ":";
+  for (std::uint8_t byte : bytes) {
+    line += {"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 0xF]};
+  }
+  return line + "\n";
 }
-
-// ---- read_intel_hex --------------------------------------------------------------------------
+const std::string END = ":00000001FF\n";
 
 constexpr std::uint8_t UNTOUCHED = 0xEE;
-constexpr std::uint32_t IMAGE = 0x400;  // the buffer's size and, unless a case says, the limit
 
-std::string lines(std::initializer_list<std::string> records, const char* line_end = "\n") {
-  std::string text;
-  for (const std::string& record : records) {
-    text += record + line_end;
-  }
-  return text;
-}
-
-struct ReadCase {
+struct FileCase {
   const char* name;
   std::string text;
   std::uint32_t base;
-  std::uint32_t length;  // expected result
-  // Bytes expected at image offsets after a good read; every other byte stays untouched.
-  std::vector<std::pair<std::uint32_t, Bytes>> written = {};
-  std::uint32_t limit = IMAGE;
+  std::uint32_t limit;  // the image buffer holds 0x400 bytes
+  Bytes image;          // up to the highest byte written; empty: the read fails
 };
 
-class ReadIntelHex : public testing::TestWithParam<ReadCase> {};
+class ReadIntelHex : public testing::TestWithParam<FileCase> {};
 
-TEST_P(ReadIntelHex, BuildsImage) {
-  const ReadCase& c = GetParam();
-  Bytes image(IMAGE, UNTOUCHED);
-  ASSERT_EQ(read_intel_hex(std::string_view{c.text}, image, c.limit, c.base), c.length);
-  if (c.length == 0) {
-    return;  // a failed read leaves the image partly filled
+// The result is the image length, from the base to the highest byte written; bytes that no record
+// covers stay as they were.
+TEST_P(ReadIntelHex, BuildsTheImage) {
+  const FileCase& c = GetParam();
+  Bytes image(0x400, UNTOUCHED);
+  ASSERT_EQ(read_intel_hex(std::string_view{c.text}, image, c.limit, c.base), c.image.size());
+  if (!c.image.empty()) {
+    Bytes expected = c.image;
+    expected.resize(0x400, UNTOUCHED);
+    EXPECT_EQ(image, expected);
   }
-  Bytes expected(IMAGE, UNTOUCHED);
-  for (const auto& [offset, bytes] : c.written) {
-    std::copy(bytes.begin(), bytes.end(), expected.begin() + offset);
-  }
-  EXPECT_EQ(image, expected);
 }
 
+constexpr std::uint8_t X = UNTOUCHED;  // a byte no record wrote
 INSTANTIATE_TEST_SUITE_P(
     Files, ReadIntelHex,
     testing::Values(
-        ReadCase{"LinearRecordAtBase",
-                 lines({hex_line(4, 0, {0x00, 0x02}), hex_line(0, 0, {1, 2, 3}), EOF_LINE}),
-                 0x20000,
-                 3,
-                 {{0, {1, 2, 3}}}},
-        ReadCase{"WithoutExtendedRecordRelativeToBase",
-                 lines({hex_line(0, 0, {1, 2}), EOF_LINE}),
-                 0x20000,
-                 2,
-                 {{0, {1, 2}}}},
-        ReadCase{"LinearRecordBelowBase",
-                 lines({hex_line(4, 0, {0x00, 0x01}), hex_line(0, 0xFFFF, {1}), EOF_LINE}), 0x20000,
-                 0},
-        ReadCase{"SegmentRecord",
-                 lines({hex_line(2, 0, {0x10, 0x00}), hex_line(0, 0x10, {5, 6}), EOF_LINE}),
-                 0x10000,
-                 0x12,
-                 {{0x10, {5, 6}}}},
-        ReadCase{"DataEndingAtLimit",
-                 lines({hex_line(0, 0x3FE, {7, 8}), EOF_LINE}),
-                 0,
-                 0x400,
-                 {{0x3FE, {7, 8}}}},
-        ReadCase{"DataOneBytePastLimit", lines({hex_line(0, 0x3FE, {7, 8, 9}), EOF_LINE}), 0, 0},
-        ReadCase{"SmallerLimit", lines({hex_line(0, 0x10, {1}), EOF_LINE}), 0, 0, {}, 0x10},
-        ReadCase{"BufferBoundsLargerLimit",
-                 lines({hex_line(0, 0x400, {1}), EOF_LINE}),
-                 0,
-                 0,
-                 {},
-                 0x100000},
-        ReadCase{"GapLeftUntouched",
-                 lines({hex_line(0, 0, test::counting(16)), hex_line(0, 0x100, test::counting(8)),
-                        EOF_LINE}),
-                 0x8000,
-                 0x108,
-                 {{0, test::counting(16)}, {0x100, test::counting(8)}}},
-        ReadCase{"AnyOrderLaterOverwrites",
-                 lines({hex_line(0, 0x20, {1, 2, 3, 4}), hex_line(0, 0, {9}),
-                        hex_line(0, 0x21, {0xAA, 0xBB}), EOF_LINE}),
-                 0,
-                 0x24,
-                 {{0, {9}}, {0x20, {1, 0xAA, 0xBB, 4}}}},
-        ReadCase{
-            "CrLfLines", lines({hex_line(0, 0, {1, 2}), EOF_LINE}, "\r\n"), 0, 2, {{0, {1, 2}}}},
-        ReadCase{"StartLinearSkipped",
-                 lines({hex_line(5, 0, {0, 0, 1, 0}), hex_line(0, 0, {1}), EOF_LINE}),
-                 0,
-                 1,
-                 {{0, {1}}}},
-        ReadCase{"StartSegmentFails",
-                 lines({hex_line(0, 0, {1}), hex_line(3, 0, {0, 0, 1, 0}), EOF_LINE}), 0, 0},
-        ReadCase{"WrongChecksumFails", lines({":0100000001FF", EOF_LINE}), 0, 0},
-        ReadCase{"BlankLineFails", lines({hex_line(0, 0, {1}), "", EOF_LINE}), 0, 0},
-        ReadCase{"NoEndOfFileRecord", lines({hex_line(0, 0, {1})}), 0, 0},
-        ReadCase{"NothingReadAfterEndOfFile",
-                 lines({hex_line(0, 0, {1}), EOF_LINE, hex_line(0, 1, {2}), "garbage"}),
-                 0,
-                 1,
-                 {{0, {1}}}},
-        ReadCase{"EndOfFileBeforeData", lines({EOF_LINE, hex_line(0, 0, {1})}), 0, 0},
-        ReadCase{"EmptyDataRecordStillChecked",
-                 lines({hex_line(0, 0, {1}), hex_line(0, 0x401, {}), EOF_LINE}), 0, 0},
-        ReadCase{"ShortLinearRecord",
-                 lines({hex_line(4, 0, {0x00}), hex_line(0, 0, {1}), EOF_LINE}), 0, 0},
+        FileCase{"Linear04", rec(4, 0, {0, 2}) + rec(0, 0, {1, 2}) + END, 0x20000, 4, {1, 2}},
+        FileCase{"Segment02", rec(2, 0, {0x10, 0}) + rec(0, 2, {5}) + END, 0x10000, 4, {X, X, 5}},
+        FileCase{"BelowBase", rec(4, 0, {0, 1}) + rec(0, 0xFFFF, {1}) + END, 0x20000, 4, {}},
+        FileCase{"EndsAtLimit", rec(0, 2, {7, 8}) + END, 0, 4, {X, X, 7, 8}},
+        FileCase{"PastLimit", rec(0, 2, {7, 8, 9}) + END, 0, 4, {}},
+        FileCase{"PastBuffer", rec(0, 0x400, {1}) + END, 0, 0x100000, {}},
         // Device addresses wrap at 32 bits; the bounds check must not wrap with them.
-        ReadCase{"PastTopOfMemory",
-                 lines({hex_line(4, 0, {0xFF, 0xFF}), hex_line(0, 0xFFFF, {1, 2}), EOF_LINE}),
-                 0xFFFFFC00, 0},
-        ReadCase{"LastByteOfMemory",
-                 lines({hex_line(4, 0, {0xFF, 0xFF}), hex_line(0, 0xFFFF, {7}), EOF_LINE}),
-                 0xFFFFFC00,
-                 0x400,
-                 {{0x3FF, {7}}}},
-        // A line read takes at most 999 characters, its LF included; the rest is a line of its own.
-        ReadCase{"LongLineWithin999",
-                 lines({hex_line(0, 0, {1}) + std::string(998 - 13, ';'), EOF_LINE}),
-                 0,
-                 1,
-                 {{0, {1}}}},
-        ReadCase{"LongLineSplitAt999",
-                 lines({hex_line(0, 0, {1}) + std::string(999 - 13, ';'), EOF_LINE}), 0, 0}),
-    [](const testing::TestParamInfo<ReadCase>& info) { return std::string(info.param.name); });
+        FileCase{
+            "PastTop", rec(4, 0, {0xFF, 0xFF}) + rec(0, 0xFFFF, {1, 2}) + END, 0xFFFFFFFC, 4, {}},
+        // Any order; a later record overwrites.
+        FileCase{
+            "Order", rec(0, 2, {1, 2}) + rec(0, 0, {9}) + rec(0, 3, {7}) + END, 0, 8, {9, X, 1, 7}},
+        FileCase{"CrLf", ":020000000102FB\r\n:00000001FF\r\n", 0, 4, {1, 2}},
+        FileCase{"Start05Skipped", rec(5, 0, {0, 0, 1, 0}) + rec(0, 0, {1}) + END, 0, 4, {1}},
+        FileCase{"Start03Fails", rec(0, 0, {1}) + rec(3, 0, {0, 0, 1, 0}) + END, 0, 4, {}},
+        FileCase{"BadLineFails", rec(0, 0, {1}) + ":0100000001FF\n" + END, 0, 4, {}},
+        FileCase{"NoEndRecord", rec(0, 0, {1}), 0, 4, {}},
+        FileCase{"NothingReadAfterEnd", rec(0, 0, {1}) + END + rec(0, 1, {2}) + "junk", 0, 4, {1}},
+        FileCase{"EndBeforeData", END + rec(0, 0, {1}), 0, 4, {}}),
+    [](const testing::TestParamInfo<FileCase>& info) { return std::string(info.param.name); });
 
-TEST(ReadIntelHexStream, ReadsOpenFileAndLeavesItOpen) {
-  std::FILE* file = std::tmpfile();
+// Files that common HEX tools write from a 1 MiB binary load back byte for byte. Below 1 MiB
+// objcopy writes segment (02) records; srec_cat writes linear (04) records, here with CR LF line
+// ends and full 255-byte records. {} stands for the binary, then the HEX file.
+class HexFromTool : public testing::TestWithParam<std::pair<const char*, std::uint32_t>> {};
+
+TEST_P(HexFromTool, LoadsTheSameBytesAsTheBinary) {
+  std::string command = GetParam().first;
+  const std::string tool = command.substr(0, command.find(' '));
+  if (std::system(("command -v " + tool + " >/dev/null").c_str()) != 0) {
+    GTEST_SKIP() << tool << " is not installed";
+  }
+  const std::filesystem::path dir = std::filesystem::path(testing::TempDir()) / ("pelmo_" + tool);
+  std::filesystem::create_directories(dir);
+  const std::string bin = (dir / "image.bin").string(), hex = (dir / "image.hex").string();
+  command.replace(command.find("{}"), 2, bin).replace(command.find("{}"), 2, hex);
+  Bytes binary(1 << 20);
+  std::generate(binary.begin(), binary.end(),
+                [n = 0u]() mutable { return std::uint8_t((n += 2654435761u) >> 24); });
+  std::ofstream(bin, std::ios::binary)
+      .write(reinterpret_cast<const char*>(binary.data()), std::streamsize(binary.size()));
+  ASSERT_EQ(std::system(command.c_str()), 0) << command;
+  std::FILE* file = std::fopen(hex.c_str(), "rb");
   ASSERT_NE(file, nullptr);
-  const std::string text = lines({hex_line(4, 0, {0x08, 0x00}), hex_line(0, 4, {1, 2}), EOF_LINE});
-  ASSERT_EQ(std::fwrite(text.data(), 1, text.size(), file), text.size());
-  std::rewind(file);
-  Bytes image(8, UNTOUCHED);
-  EXPECT_EQ(read_intel_hex(file, image, 8, 0x08000000), 6u);
-  EXPECT_EQ(image, (Bytes{UNTOUCHED, UNTOUCHED, UNTOUCHED, UNTOUCHED, 1, 2, UNTOUCHED, UNTOUCHED}));
-  EXPECT_EQ(std::fseek(file, 0, SEEK_SET), 0);  // still open
+  Bytes image(binary.size(), 0xEE);
+  EXPECT_EQ(read_intel_hex(file, image, std::uint32_t(image.size()), GetParam().second), 1u << 20);
+  EXPECT_TRUE(image == binary);
   std::fclose(file);
+  std::filesystem::remove_all(dir);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Tools, HexFromTool,
+    testing::Values(std::pair{"objcopy -I binary -O ihex {} {}", 0u},
+                    std::pair{"srec_cat {} -binary -offset 0x08000000 -o {} -intel -CRLF "
+                              "-Output_Block_Size 255",
+                              0x08000000u}));
 
 }  // namespace
 }  // namespace pelmo
