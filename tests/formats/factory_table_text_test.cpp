@@ -20,14 +20,18 @@ const std::string IPV6 =
     "IPV6_ADDR: 10.0.0.1.2.3\nIPV6_MASK: 255.255.255.255.0.0\nIPV6_GTW: 10.0.0.1.2.254\n";
 
 // What BASE + MAC + IPV4 describes, every byte of it.
-const FactoryTable FULL{.modif = 3,
-                        .hw = 7,
-                        .mac = {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F},
-                        .ip_addr = {192, 168, 1, 10},
-                        .ip_mask = {255, 255, 255},
-                        .ip_gtw = {192, 168, 1, 1},
-                        .type = "Pelmo-x",
-                        .sn = "SN 0001"};
+const FactoryTable FULL{{},
+                        3,
+                        7,
+                        {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F},
+                        {192, 168, 1, 10},
+                        {255, 255, 255},
+                        {192, 168, 1, 1},
+                        0,
+                        0,
+                        "Pelmo-x",
+                        "SN 0001",
+                        {}};
 
 std::pair<ResultCode, std::array<std::uint8_t, FACTORY_TABLE_SIZE>> parse(std::string_view text) {
   FactoryTable table{};
@@ -77,9 +81,7 @@ TEST(ParseFactoryTable, Rules) {
             "SN: x\n"},
            {"IPV6_ADDR: 1.2.3.4.5.6\nIP_GTW: 1.2.3.4\nSN: x\n", RC_MISMATCH,
             "IPV6_ADDR: 1.2.3.4.5.6\n"},
-           {BASE + MAC + IPV4 + "IPV6_MASK: 1.2.3.4\n", RC_OK, BASE + MAC + IPV4},
-           {BASE + MAC + "IPV4_MASK: 1.2.3.4\nIPV4_GTW: 1.2.3.4\nIPV6_ADDR: 1.2.3.4.5.6\n", RC_OK,
-            ""}}) {
+           {BASE + MAC + IPV4 + "IPV6_MASK: 1.2.3.4\n", RC_OK, BASE + MAC + IPV4}}) {
     const auto [code, table] = parse(c.text);
     EXPECT_EQ(code, c.code) << c.text;
     if (!c.same_as.empty()) {
@@ -112,8 +114,8 @@ TEST(ParseTextValue, QuotesWordsAndCuts) {
 std::string printed(const std::function<void(std::FILE*)>& print) {
   std::FILE* file = std::tmpfile();
   print(file);
-  std::string text(static_cast<std::size_t>(std::ftell(file)), '\0');
   std::rewind(file);
+  std::string text(4096, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), file));
   std::fclose(file);
   return text;
