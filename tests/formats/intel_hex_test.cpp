@@ -25,7 +25,6 @@ TEST(ParseHexRecord, DecodesOrRejects) {
            {":10010000214601360121470136007efe09d2190140 x", true},  // case, trailing text
            {":10010000214601360121470136007EFE09D2190141", false},   // checksum
            {":11010000214601360121470136007EFE09D2190140", false},   // count beyond line
-           {" :00000001FF", false},
            {":0100000G12DD", false}}) {
     HexRecord record{};
     ASSERT_EQ(parse_hex_record(line, record), good) << line;
@@ -50,7 +49,8 @@ std::string rec(unsigned type, unsigned address, const Bytes& data) {
   return line + "\n";
 }
 const std::string END = ":00000001FF\n";
-constexpr std::uint8_t X = 0xEE;  // a byte that no record wrote
+constexpr std::uint8_t X = 0xEE;                  // a byte that no record wrote
+const std::string TOP = rec(4, 0, {0xFF, 0xFF});  // the highest 64 KiB of memory
 
 struct FileCase {
   const char* name;
@@ -85,8 +85,8 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"PastLimit", rec(0, 2, {7, 8, 9}) + END, 0, 4, {}},
         FileCase{"PastBuffer", rec(0, 0x400, {1}) + END, 0, 0x100000, {}},
         // Device addresses wrap at 32 bits; the bounds check must not wrap with them.
-        FileCase{
-            "PastTop", rec(4, 0, {0xFF, 0xFF}) + rec(0, 0xFFFF, {1, 2}) + END, 0xFFFFFFFC, 4, {}},
+        FileCase{"TopByte", TOP + rec(0, 0xFFFF, {7}) + END, 0xFFFFFFFC, 4, {X, X, X, 7}},
+        FileCase{"PastTop", TOP + rec(0, 0xFFFF, {7, 8}) + END, 0xFFFFFFFC, 4, {}},
         // Any order; a later record overwrites.
         FileCase{
             "Order", rec(0, 2, {1, 2}) + rec(0, 0, {9}) + rec(0, 3, {7}) + END, 0, 8, {9, X, 1, 7}},
@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"BadLineFails", rec(0, 0, {1}) + ":0100000001FF\n" + END, 0, 4, {}},
         FileCase{"NoEndRecord", rec(0, 0, {1}), 0, 4, {}},
         FileCase{"NothingReadAfterEnd", rec(0, 0, {1}) + END + rec(0, 1, {2}) + "junk", 0, 4, {1}},
-        FileCase{"EndBeforeData", END + rec(0, 0, {1}), 0, 4, {}}),
+        FileCase{"EndBeforeData", END + rec(0, 0, {1}), 0x20000, 4, {}}),
     [](const testing::TestParamInfo<FileCase>& info) { return std::string(info.param.name); });
 
 // Files that common HEX tools write from a 1 MiB binary load back byte for byte. Below 1 MiB
