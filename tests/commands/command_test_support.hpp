@@ -17,9 +17,6 @@ struct ExpectedStep {
   std::size_t capacity = 2048;
 };
 
-// The probe every write sends first, awaited in its own small buffer.
-inline constexpr ExpectedStep PROBE_STEP{0x8F, 0, 0, 12, 0, 32};
-
 // Checks the requests the device got, and the receive each was awaited with, step by step.
 inline void expect_steps(const ScriptedDevice& device, const std::vector<ExpectedStep>& steps) {
   const auto headers = device.request_headers();

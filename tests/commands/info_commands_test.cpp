@@ -55,9 +55,7 @@ TEST(Records, CopiesAndLengthChecks) {
     EXPECT_EQ(result, rc) << size;
     // A failed read leaves the record as the caller gave it.
     Bytes expected(record.size(), rc == RC_OK ? 0x00 : 0x3C);
-    if (rc == RC_OK) {
-      std::copy_n(payload.begin(), std::min(size, record.size()), expected.begin());
-    }
+    std::copy_n(payload.begin(), rc == RC_OK ? std::min(size, record.size()) : 0, expected.begin());
     EXPECT_EQ(record, expected) << size;
     EXPECT_EQ(device.progress_calls(), 0);
   }
