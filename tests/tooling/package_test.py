@@ -1,0 +1,87 @@
+#!/usr/bin/env python3
+"""install: installs the build tree into a scratch prefix, then builds and runs the consumer project
+against that prefix alone. deb: builds the Debian package with CPack and checks its control fields.
+Both check that the programs are there as built and the library with its headers and CMake package."""
+import argparse
+import filecmp
+import glob
+import os
+import subprocess
+import sys
+import tempfile
+
+
+def run(cmd):
+    print("+", " ".join(cmd), flush=True)
+    done = subprocess.run(cmd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    print(done.stdout, end="", flush=True)
+    if done.returncode != 0:
+        sys.exit(f"command failed with exit status {done.returncode}")
+    return done.stdout
+
+
+def check_tree(root, args):
+    """root: the install prefix, or /usr inside the package."""
+    for program in args.programs:
+        path = os.path.join(root, "bin", program)
+        built = os.path.join(args.build_dir, program)
+        if not os.access(path, os.X_OK) or not filecmp.cmp(path, built, shallow=False):
+            sys.exit(f"bin/{program} missing, not executable or not as built")
+    wanted = ["include/pelmo/protocol/frame.hpp", "lib/cmake/Pelmo/PelmoConfig.cmake",
+              "lib/cmake/Pelmo/PelmoConfigVersion.cmake", "lib/cmake/Pelmo/PelmoTargets.cmake"]
+    missing = [w for w in wanted if not os.path.isfile(os.path.join(root, w))]
+    if missing or not glob.glob(os.path.join(root, "lib*/**/libpelmo.a"), recursive=True):
+        sys.exit(f"missing: {missing or 'libpelmo.a'}")
+    leaked = [d for d in ("app", "simulator", "tests") if os.path.exists(f"{root}/include/pelmo/{d}")]
+    if leaked:
+        sys.exit(f"headers of folders outside the library installed: {leaked}")
+
+
+def install(args, work):
+    prefix = os.path.join(work, "prefix")
+    run([args.cmake, "--install", args.build_dir, "--prefix", prefix])
+    check_tree(prefix, args)
+    build = os.path.join(work, "consumer-build")
+    # A sanitized library needs its runtime in whatever links it.
+    flags = [f"-DCMAKE_{kind}_FLAGS=-fsanitize={args.sanitize}" for kind in ("CXX", "EXE_LINKER")]
+    run([args.cmake, "-S", args.consumer, "-B", build, "-G", args.generator,
+         f"-DCMAKE_CXX_COMPILER={args.cxx}", f"-DCMAKE_PREFIX_PATH={prefix}",
+         "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF", *(flags if args.sanitize else [])])
+    run([args.cmake, "--build", build])
+    if "consumer: frame ok" not in run([os.path.join(build, "pelmo-consumer")]):
+        sys.exit("the consumer did not report success")
+
+
+def deb(args, work):
+    run([args.cpack, "-G", "DEB", "--config", os.path.join(args.build_dir, "CPackConfig.cmake"),
+         "-B", work])
+    debs = glob.glob(os.path.join(work, "*.deb"))
+    if len(debs) != 1:
+        sys.exit(f"expected one .deb, found {debs}")
+    fields = {k: run(["dpkg-deb", "-f", debs[0], k]).strip() for k in ("Package", "Version")}
+    if fields != {"Package": "pelmowin", "Version": args.version}:
+        sys.exit(f"control fields: {fields}")
+    run(["dpkg-deb", "-x", debs[0], os.path.join(work, "root")])
+    check_tree(os.path.join(work, "root", "usr"), args)
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("mode", choices=["install", "deb"])
+    ap.add_argument("--build-dir", required=True)
+    ap.add_argument("--programs", nargs="+", required=True)
+    ap.add_argument("--cmake")
+    ap.add_argument("--consumer", help="source folder of the consumer project")
+    ap.add_argument("--generator")
+    ap.add_argument("--cxx")
+    ap.add_argument("--sanitize", default="", help="sanitizers the library was built with")
+    ap.add_argument("--cpack")
+    ap.add_argument("--version")
+    args = ap.parse_args()
+    with tempfile.TemporaryDirectory(prefix=f"pelmo-{args.mode}-") as work:
+        (install if args.mode == "install" else deb)(args, work)
+    print(f"{args.mode}: ok")
+
+
+if __name__ == "__main__":
+    main()
