@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""install: installs the build tree into a scratch prefix, then builds and runs the consumer project
-against that prefix alone. deb: builds the Debian package with CPack and checks its control fields.
-Both check that the programs are there as built and the library with its headers and CMake package."""
+"""install: installs the build tree, then builds and runs the consumer against that prefix alone.
+deb: builds the Debian package. Both check the programs (as built) and the library's files."""
 import argparse
 import filecmp
 import glob
