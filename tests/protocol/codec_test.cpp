@@ -32,6 +32,21 @@ TEST(Codec, CopyMemoryAtAnyAlignment) {
   EXPECT_EQ(copy_memory(nullptr, nullptr, 0), RC_NULL_POINTER);  // pointers are checked first
 }
 
+TEST(Codec, FillAndByteOrder) {
+  std::array<std::uint8_t, 7> area{};
+  EXPECT_EQ(fill_memory(area.data() + 1, 0x1A5, 5), RC_OK);  // only the low byte counts
+  EXPECT_EQ(area, (std::array<std::uint8_t, 7>{0, 0xA5, 0xA5, 0xA5, 0xA5, 0xA5, 0}));
+  EXPECT_EQ(fill_memory(nullptr, 0, 0), RC_NULL_POINTER);
+  std::array<std::uint8_t, 4> little{}, big{};
+  EXPECT_EQ(store_u32(ByteOrder::little, 0x12345678, little.data()), 4u);
+  EXPECT_EQ(store_u32(ByteOrder::big, 0x12345678, big.data()), 4u);
+  EXPECT_EQ(little, (std::array<std::uint8_t, 4>{0x78, 0x56, 0x34, 0x12}));
+  EXPECT_EQ(big, (std::array<std::uint8_t, 4>{0x12, 0x34, 0x56, 0x78}));
+  EXPECT_EQ(load_u32(ByteOrder::big, big.data()), load_u32(ByteOrder::little, little.data()));
+  EXPECT_EQ(store_u32(ByteOrder::little, 1, nullptr), 0u);
+  EXPECT_EQ(load_u32(ByteOrder::big, nullptr), 0u);
+}
+
 Bytes encode(Direction direction, std::uint8_t code, std::uint32_t address, std::uint16_t length,
              const std::uint8_t* payload) {
   Bytes frame(FRAME_BUFFER_SIZE);
