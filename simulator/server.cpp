@@ -121,6 +121,14 @@ void Server::serve() {
   while (stop_requested == 0) {
     const std::uint64_t now = now_ns();
     scheduler_.run_due(now);
+    if (pty_) {
+      if (!pty_->blocked()) {
+        pty_->flush(now);
+      }
+      // A frame found only when the quiet time expires schedules its answer here, so the wake-up
+      // time is taken after it.
+      handle_framer_events(framer_.expire(now / NS_PER_MS), now);
+    }
     std::optional<std::uint64_t> wake = scheduler_.next_due_ns();
     const auto earliest = [&wake](std::optional<std::uint64_t> other) {
       if (other && (!wake || *other < *wake)) {
@@ -128,10 +136,6 @@ void Server::serve() {
       }
     };
     if (pty_) {
-      if (!pty_->blocked()) {
-        pty_->flush(now);
-      }
-      handle_framer_events(framer_.expire(now / NS_PER_MS), now);
       earliest(pty_->next_write_ns());
       if (const auto expiry = framer_.deadline()) {
         earliest(*expiry * NS_PER_MS);

@@ -284,10 +284,11 @@ TEST(Endpoints, UdpAndPtyReachOneDevice) {
   EXPECT_EQ(stray, answer);
   EXPECT_EQ(RC_OK, decode(answer).decoded);
 
-  // On the pty: noise, then a read of the table in two pieces.
+  // On the pty: a false header, then a read of the table in two pieces; the device finds the
+  // request once the false frame's quiet time runs out.
   const int port = ::open(link.c_str(), O_RDWR | O_NOCTTY);
   const Bytes read = request(to_byte(CMD_READ_CALIB), 0, 1012);
-  ASSERT_EQ(3, ::write(port, "\x01\xB5\x02", 3));
+  ASSERT_EQ(9, ::write(port, "\x01\xB5\x84\0\0\0\0\x20\0", 9));
   ASSERT_EQ(5, ::write(port, read.data(), 5));
   ::usleep(20000);
   const auto start = std::chrono::steady_clock::now();
