@@ -8,6 +8,8 @@ packages=(
   cmake g++ ninja-build libgtest-dev  # build and unit tests
   python3 binutils iproute2           # end-to-end tests and tools: scripts, objcopy, namespaces
   tshark                              # capture dissector test
+  g++-mingw-w64-x86-64 googletest     # Windows cross build and its test framework (tools/wine)
+  wine wine64                         # Windows programs run under Wine (tools/wine/check.sh)
 )
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
