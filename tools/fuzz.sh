@@ -43,6 +43,7 @@ for entry in "${harnesses[@]}"; do
   options=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len="$max_len"
            -print_final_stats=1 -artifact_prefix="$build/findings/$name-")
   [[ -f "$root/fuzz/$name.dict" ]] && options+=(-dict="$root/fuzz/$name.dict")
+  rm -f "$build/findings/$name-"*  # what an earlier run found
   log="$build/findings/$name.log"
   status=0
   UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
