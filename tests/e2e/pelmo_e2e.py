@@ -1,15 +1,17 @@
 """PelmoWin and pelmo-device (commands from PELMO_PROGRAM/PELMO_DEVICE or --program/--device) over
-UDP between two network namespaces or over a pseudo-terminal; a suite that cannot run exits 77."""
+UDP between two network namespaces (as root; else device on 127.0.0.2) or over a pseudo-terminal; a suite that cannot run exits 77."""
 
 from __future__ import annotations
 
 import argparse
 import atexit
+import fcntl
 import os
 import re
 import shlex
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -95,11 +97,36 @@ class NamespaceUdp(Topology):
             subprocess.run(["ip", "netns", "del", self.created.pop()], timeout=10, capture_output=True)
 
 
+class LoopbackUdp(Topology):
+    """Without namespaces: the device on 127.0.0.2 while the program binds the host name's 127.x address."""
+
+    connection, device_args = "#127.0.0.2", ["--udp", "127.0.0.2"]
+
+    @staticmethod
+    def available() -> str | None:
+        try:
+            own = socket.gethostbyname(socket.gethostname())
+        except OSError:
+            own = ""
+        return None if own.startswith("127.") and own != "127.0.0.2" else "the host name is not a 127.x address"
+
+    def setup(self) -> None:
+        self.lock = open(Path(tempfile.gettempdir()) / "pelmo-e2e-udp-57998.lock", "w")
+        fcntl.flock(self.lock, fcntl.LOCK_EX)  # one loopback run at a time holds port 57998
+
+    def teardown(self) -> None:
+        if getattr(self, "lock", None):
+            self.lock.close()
+            self.lock = None
+
+
 def udp_topology() -> Topology:
-    reason = NamespaceUdp.available()
-    if reason:
-        raise unittest.SkipTest(reason)
-    return NamespaceUdp()
+    kinds = [LoopbackUdp] if os.environ.get("PELMO_E2E_UDP") == "loopback" else [NamespaceUdp, LoopbackUdp]
+    reasons = [kind.available() for kind in kinds]
+    for kind, reason in zip(kinds, reasons):
+        if not reason:
+            return kind()
+    raise unittest.SkipTest("; ".join(reasons))
 
 
 class PtySerial(Topology):
