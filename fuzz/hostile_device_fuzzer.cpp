@@ -88,14 +88,6 @@ class HostileDevice {
   std::optional<FrameRecipe> forever_;
 };
 
-// A heap block of exactly `size` bytes.
-struct Block {
-  explicit Block(std::size_t size) : size(size), bytes(std::make_unique<std::uint8_t[]>(size)) {}
-  std::span<std::uint8_t> span() { return {bytes.get(), size}; }
-  std::size_t size;
-  std::unique_ptr<std::uint8_t[]> bytes;
-};
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -106,9 +98,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   link.max_attempts = input.ConsumeIntegralInRange<std::uint16_t>(0, 4);
   const int command = input.ConsumeIntegralInRange(0, 17);
   const bool backup = input.ConsumeBool();
-  Block block(input.ConsumeIntegralInRange<std::size_t>(0, 8192));
-  std::fill_n(block.bytes.get(), block.size, 0xA5);
-  const auto length = static_cast<std::uint32_t>(block.size + input.ConsumeIntegralInRange(-9, 1));
+  // Sized at construction, a vector's heap block holds exactly its elements.
+  std::vector<std::uint8_t> block(input.ConsumeIntegralInRange<std::size_t>(0, 8192), 0xA5);
+  const auto length =
+      static_cast<std::uint32_t>(block.size() + input.ConsumeIntegralInRange(-9, 1));
   device.respond_with(HostileDevice(input, device));
 
   // Records on the heap, each exactly its size.
@@ -120,14 +113,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::uint32_t read = 0;
   const bool reads = command == 0 || command == 4;
   const std::function<ResultCode()> commands[] = {
-      [&] { return read_firmware(driver, block.span(), &read); },
-      [&] { return write_firmware(driver, block.span(), length); },
+      [&] { return read_firmware(driver, std::span(block), &read); },
+      [&] { return write_firmware(driver, std::span(block), length); },
       [&] { return erase_firmware(driver); },
-      [&] { return verify_firmware(driver, block.span()); },
-      [&] { return read_calibration_table(driver, backup, block.span(), &read); },
-      [&] { return write_calibration_table(driver, backup, block.span()); },
+      [&] { return verify_firmware(driver, std::span(block)); },
+      [&] { return read_calibration_table(driver, backup, std::span(block), &read); },
+      [&] { return write_calibration_table(driver, backup, std::span(block)); },
       [&] { return erase_calibration_table(driver, backup); },
-      [&] { return verify_calibration_table(driver, backup, block.span()); },
+      [&] { return verify_calibration_table(driver, backup, std::span(block)); },
       [&] { return read_factory_table(driver, factory.get()); },
       [&] { return write_factory_table(driver, factory.get()); },
       [&] { return erase_factory_table(driver); },
@@ -142,7 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const ResultCode result = commands[command]();
   FUZZ_CHECK(result <= RC_OK);
   if (reads && result == RC_OK) {
-    FUZZ_CHECK(read <= block.size);
+    FUZZ_CHECK(read <= block.size());
   }
   return 0;
 }
