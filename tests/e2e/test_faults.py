@@ -14,7 +14,7 @@ from pathlib import Path
 import pelmo_e2e
 from expected import BAD_PARAMS, BANNER, FactoryValues, Label, error, factory_listing, line, ok, run_output, step
 from pelmo_e2e import E2eCase, PtySerial
-from samples import calibration_table, firmware_image, hex_record, write_bin
+from samples import calibration_table, firmware_image, write_bin
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
 from reliability import erase_write_verify, loss_options  # noqa: E402
