@@ -15,7 +15,9 @@ jobs="${PELMO_JOBS:-2}"
 
 if ! command -v clang++ >/dev/null 2>&1 || ! compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a" >/dev/null; then
   if [[ "$(id -u)" -eq 0 ]] && command -v apt-get >/dev/null 2>&1; then
-    DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends clang libclang-rt-14-dev
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update
+    apt-get install -y --no-install-recommends clang libclang-rt-14-dev
   else
     echo "fuzz.sh needs clang and libFuzzer (apt-get install clang libclang-rt-14-dev)" >&2
     exit 1
