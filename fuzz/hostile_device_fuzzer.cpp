@@ -6,6 +6,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -88,6 +89,12 @@ class HostileDevice {
   std::optional<FrameRecipe> forever_;
 };
 
+template <typename Record>
+bool is_zero(const Record& record) {
+  const Record zero{};
+  return std::memcmp(&record, &zero, sizeof record) == 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -136,6 +143,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FUZZ_CHECK(result <= RC_OK);
   if (reads && result == RC_OK) {
     FUZZ_CHECK(read <= block.size());
+  }
+  if (result != RC_OK) {  // a failed record read leaves its record as it was
+    FUZZ_CHECK(is_zero(*firmware_info) && is_zero(*bootloader_info) && is_zero(*control));
   }
   return 0;
 }
