@@ -281,6 +281,18 @@ class E2eCase(unittest.TestCase):
         return result
 
 
+class UdpCase(E2eCase):
+    """One UDP link for the whole class: namespaces are slow to build."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        require_program()
+        require_device()
+        cls.topology = udp_topology()
+        cls.topology.setup()
+        cls.addClassCleanup(cls.topology.teardown)
+
+
 class PtyCase(E2eCase):
     @classmethod
     def setUpClass(cls) -> None:

@@ -98,18 +98,10 @@ class SerialFaults(FaultCases, E2eCase):
         self.addCleanup(self.topology.teardown)
 
 
-class UdpFaults(FaultCases, E2eCase):
+class UdpFaults(FaultCases, pelmo_e2e.UdpCase):
     link = "udp"
     extra_ms = 250  # a lost verify block costs 250 ms instead of 2 s, ten times a late answer
     faults = FAULTS + UDP_FAULTS
-
-    @classmethod
-    def setUpClass(cls) -> None:
-        pelmo_e2e.require_program()
-        pelmo_e2e.require_device()
-        cls.topology = pelmo_e2e.udp_topology()
-        cls.topology.setup()
-        cls.addClassCleanup(cls.topology.teardown)
 
     def test_two_percent_loss_on_a_256_kib_image(self):
         # One run of tools/reliability.py's series: about 20 lost attempts, each sat out in full.

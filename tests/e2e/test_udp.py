@@ -11,7 +11,7 @@ from expected import (EMPTY_FACTORY, UDP_CHUNK, BootloaderValues, FactoryValues,
                       calibration, chunked_read, control_display, error, factory_file, factory_listing,
                       FACTORY_VERIFY, FACTORY_WRITE, firmware_info_display, firmware_verify, firmware_write, line,
                       ok, single, step)
-from pelmo_e2e import Device, E2eCase
+from pelmo_e2e import Device
 from samples import (HEX_EOF, bin_to_hex, calibration_table, crc32_mpeg2, factory_text, firmware_image, hex_record,
                      stored_firmware, write_bin, write_files)
 
@@ -24,15 +24,7 @@ LISTING = factory_listing(FACTORY)
 NOT_OPENED = "Error while opening file {}\n"
 
 
-class UdpSuite(E2eCase):
-    @classmethod
-    def setUpClass(cls) -> None:
-        pelmo_e2e.require_program()
-        pelmo_e2e.require_device()
-        cls.topology = pelmo_e2e.udp_topology()
-        cls.topology.setup()
-        cls.addClassCleanup(cls.topology.teardown)
-
+class UdpSuite(pelmo_e2e.UdpCase):
     def run_table(self, device: Device, cases: list[tuple]) -> None:
         for args, body, code, sent in cases:
             with self.subTest(args=args):
