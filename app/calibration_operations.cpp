@@ -4,7 +4,7 @@
 
 #include "app/data_files.hpp"
 #include "app/operation_step.hpp"
-#include "commands/table_commands.hpp"
+#include "pelmo/commands/table_commands.hpp"
 
 namespace pelmo {
 namespace {

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "app/run_context.hpp"
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/result_code.hpp"
 
 namespace pelmo {
 

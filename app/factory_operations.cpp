@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "app/operation_step.hpp"
-#include "commands/table_commands.hpp"
-#include "formats/factory_table_text.hpp"
+#include "pelmo/commands/table_commands.hpp"
+#include "pelmo/formats/factory_table_text.hpp"
 
 namespace pelmo {
 namespace {

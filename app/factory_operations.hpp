@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/run_context.hpp"
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/result_code.hpp"
 
 namespace pelmo {
 

@@ -5,7 +5,7 @@
 #include "app/data_files.hpp"
 #include "app/image_loader.hpp"
 #include "app/operation_step.hpp"
-#include "commands/firmware_commands.hpp"
+#include "pelmo/commands/firmware_commands.hpp"
 
 namespace pelmo {
 namespace {

@@ -6,8 +6,8 @@
 #include "app/data_files.hpp"
 #include "app/info_operations.hpp"
 #include "app/operation_step.hpp"
-#include "commands/info_commands.hpp"
-#include "formats/intel_hex.hpp"
+#include "pelmo/commands/info_commands.hpp"
+#include "pelmo/formats/intel_hex.hpp"
 
 namespace pelmo {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "app/console.hpp"
-#include "protocol/link_driver.hpp"
+#include "pelmo/protocol/link_driver.hpp"
 
 namespace pelmo {
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "commands/info_commands.hpp"
+#include "pelmo/commands/info_commands.hpp"
 
 namespace pelmo {
 namespace {

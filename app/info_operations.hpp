@@ -2,7 +2,7 @@
 
 #include "app/operation_step.hpp"
 #include "app/run_context.hpp"
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/result_code.hpp"
 
 namespace pelmo {
 

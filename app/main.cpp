@@ -3,7 +3,7 @@
 
 #include "app/console.hpp"
 #include "app/run.hpp"
-#include "transport/port_layer.hpp"
+#include "pelmo/transport/port_layer.hpp"
 
 int main(int argc, char** argv) {
   pelmo::port::prepare_console();

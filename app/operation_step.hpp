@@ -5,7 +5,7 @@
 
 #include "app/console.hpp"
 #include "app/status_text.hpp"
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/result_code.hpp"
 
 namespace pelmo {
 

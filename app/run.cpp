@@ -5,8 +5,8 @@
 
 #include "app/operation_handlers.hpp"
 #include "app/usage.hpp"
-#include "transport/serial_transport.hpp"
-#include "transport/udp_transport.hpp"
+#include "pelmo/transport/serial_transport.hpp"
+#include "pelmo/transport/udp_transport.hpp"
 
 namespace pelmo {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "app/command_line.hpp"
 #include "app/console.hpp"
-#include "protocol/link_driver.hpp"
-#include "transport/port_layer.hpp"
+#include "pelmo/protocol/link_driver.hpp"
+#include "pelmo/transport/port_layer.hpp"
 
 namespace pelmo {
 

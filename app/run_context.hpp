@@ -5,8 +5,8 @@
 
 #include "app/command_line.hpp"
 #include "app/console.hpp"
-#include "commands/records.hpp"
-#include "protocol/link_driver.hpp"
+#include "pelmo/commands/records.hpp"
+#include "pelmo/protocol/link_driver.hpp"
 
 namespace pelmo {
 

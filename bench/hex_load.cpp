@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "formats/intel_hex.hpp"
+#include "pelmo/formats/intel_hex.hpp"
 
 int main(int argc, char** argv) {
   if (argc < 2 || argc > 3) {

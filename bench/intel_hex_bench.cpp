@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "bench/hex_text.hpp"
-#include "formats/intel_hex.hpp"
+#include "pelmo/formats/intel_hex.hpp"
 
 namespace {
 

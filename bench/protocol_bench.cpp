@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "bench/hex_text.hpp"
-#include "protocol/crc32.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/protocol/crc32.hpp"
+#include "pelmo/protocol/frame.hpp"
 
 namespace {
 

@@ -11,15 +11,15 @@ if(TARGET pelmo-device)
 endif()
 install(TARGETS ${pelmo_programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT programs)
 
-# The static library links pelmo_warnings privately; an installed static library still names its
-# private link items, so the interface target travels in the same export set.
-install(TARGETS pelmo pelmo_warnings EXPORT PelmoTargets
+# The warning flags are the build tree's own: the library links them for its build only, so the
+# export set holds the library alone.
+install(TARGETS pelmo EXPORT PelmoTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 
-# Headers keep their folder, so "protocol/frame.hpp" resolves against include/pelmo. The platform
-# backends are private to the library's transport layer.
-install(DIRECTORY protocol commands formats transport
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pelmo
+# Headers keep their folder, so "pelmo/protocol/frame.hpp" resolves against include/. The
+# platform backends are private to the library's transport layer.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/pelmo
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT development
   FILES_MATCHING PATTERN "*.hpp"
   PATTERN "posix" EXCLUDE

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "formats/factory_table_text.hpp"
 #include "fuzz/fuzz_check.hpp"
+#include "pelmo/formats/factory_table_text.hpp"
 
 namespace {
 

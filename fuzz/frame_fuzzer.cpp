@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_check.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/protocol/frame.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1 || size > 0xFFFF) {

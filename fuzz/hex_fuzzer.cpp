@@ -7,9 +7,9 @@
 #include <memory>
 #include <string_view>
 
-#include "formats/intel_hex.hpp"
 #include "fuzz/fuzz_check.hpp"
-#include "protocol/bytes.hpp"
+#include "pelmo/formats/intel_hex.hpp"
+#include "pelmo/protocol/bytes.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 10) {

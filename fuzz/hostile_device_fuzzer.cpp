@@ -12,10 +12,10 @@
 #include <optional>
 #include <vector>
 
-#include "commands/commands.hpp"
-#include "commands/transfer.hpp"
 #include "fuzz/fuzz_check.hpp"
-#include "protocol/exchange.hpp"
+#include "pelmo/commands/commands.hpp"
+#include "pelmo/commands/transfer.hpp"
+#include "pelmo/protocol/exchange.hpp"
 #include "tests/support/scripted_device.hpp"
 
 namespace {

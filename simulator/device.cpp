@@ -5,8 +5,8 @@
 #include <cstring>
 #include <optional>
 
-#include "commands/command_code.hpp"
-#include "protocol/bytes.hpp"
+#include "pelmo/commands/command_code.hpp"
+#include "pelmo/protocol/bytes.hpp"
 #include "simulator/device_status.hpp"
 #include "simulator/firmware_header.hpp"
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "commands/records.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/commands/records.hpp"
+#include "pelmo/protocol/frame.hpp"
 #include "simulator/device_config.hpp"
 #include "simulator/memory_area.hpp"
 

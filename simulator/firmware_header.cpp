@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include "commands/records.hpp"
-#include "protocol/bytes.hpp"
-#include "protocol/crc32.hpp"
+#include "pelmo/commands/records.hpp"
+#include "pelmo/protocol/bytes.hpp"
+#include "pelmo/protocol/crc32.hpp"
 #include "simulator/device_status.hpp"
 
 namespace pelmo::sim {

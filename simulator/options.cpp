@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cctype>
 
-#include "commands/command_code.hpp"
-#include "commands/records.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/commands/command_code.hpp"
+#include "pelmo/commands/records.hpp"
+#include "pelmo/protocol/frame.hpp"
 
 namespace pelmo::sim {
 namespace {
@@ -322,7 +322,7 @@ SimulatorOptions parse_options(const std::vector<std::string_view>& arguments) {
     const std::string_view argument = arguments[i];
     const auto& table = option_table();
     const auto option = std::find_if(table.begin(), table.end(),
-                                   [&](const OptionSpec& s) { return s.name == argument; });
+                                     [&](const OptionSpec& s) { return s.name == argument; });
     if (option == table.end()) {
       throw UsageError("unknown option " + quoted(argument));
     }

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "commands/command_code.hpp"
+#include "pelmo/commands/command_code.hpp"
 
 namespace pelmo::sim {
 

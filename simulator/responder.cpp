@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "commands/command_code.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/commands/command_code.hpp"
+#include "pelmo/protocol/frame.hpp"
 
 namespace pelmo::sim {
 namespace {

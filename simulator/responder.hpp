@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/result_code.hpp"
 #include "simulator/device.hpp"
 #include "simulator/fault_plan.hpp"
 #include "simulator/request_log.hpp"

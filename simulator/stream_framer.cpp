@@ -1,7 +1,7 @@
 #include "simulator/stream_framer.hpp"
 
-#include "protocol/bytes.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/protocol/bytes.hpp"
+#include "pelmo/protocol/frame.hpp"
 
 namespace pelmo::sim {
 

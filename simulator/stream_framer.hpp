@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/result_code.hpp"
 
 namespace pelmo::sim {
 

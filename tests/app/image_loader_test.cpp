@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "app/image_loader.hpp"
-#include "commands/records.hpp"
+#include "pelmo/commands/records.hpp"
 #include "tests/app/sandbox.hpp"
 #include "tests/support/scripted_device.hpp"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "app/operation_handlers.hpp"
-#include "commands/records.hpp"
+#include "pelmo/commands/records.hpp"
 #include "tests/app/sandbox.hpp"
 #include "tests/support/scripted_device.hpp"
 

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <vector>
 
-#include "commands/commands.hpp"
+#include "pelmo/commands/commands.hpp"
 #include "tests/commands/command_test_support.hpp"
 
 namespace pelmo {

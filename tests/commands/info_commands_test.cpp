@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "commands/info_commands.hpp"
+#include "pelmo/commands/info_commands.hpp"
 #include "tests/commands/command_test_support.hpp"
 
 namespace pelmo {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "commands/commands.hpp"
+#include "pelmo/commands/commands.hpp"
 #include "tests/commands/command_test_support.hpp"
 
 namespace pelmo {

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "commands/command_code.hpp"
-#include "formats/intel_hex.hpp"
-#include "protocol/frame.hpp"
-#include "transport/port_layer.hpp"
+#include <pelmo/commands/command_code.hpp>
+#include <pelmo/formats/intel_hex.hpp>
+#include <pelmo/protocol/frame.hpp>
+#include <pelmo/transport/port_layer.hpp>
 
 int main() {
   // A factory table read asking for 244 bytes at address 0.

@@ -1,4 +1,4 @@
-#include "formats/factory_table_text.hpp"
+#include "pelmo/formats/factory_table_text.hpp"
 
 #include <gtest/gtest.h>
 

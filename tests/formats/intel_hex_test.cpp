@@ -1,4 +1,4 @@
-#include "formats/intel_hex.hpp"
+#include "pelmo/formats/intel_hex.hpp"
 
 #include <gtest/gtest.h>
 

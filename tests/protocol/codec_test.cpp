@@ -7,9 +7,9 @@
 #include <tuple>
 #include <vector>
 
-#include "protocol/bytes.hpp"
-#include "protocol/crc32.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/protocol/bytes.hpp"
+#include "pelmo/protocol/crc32.hpp"
+#include "pelmo/protocol/frame.hpp"
 #include "tests/support/scripted_device.hpp"
 
 namespace pelmo {

@@ -5,8 +5,8 @@
 #include <tuple>
 #include <vector>
 
-#include "protocol/exchange.hpp"
-#include "protocol/link_driver.hpp"
+#include "pelmo/protocol/exchange.hpp"
+#include "pelmo/protocol/link_driver.hpp"
 #include "tests/support/scripted_device.hpp"
 
 namespace pelmo {

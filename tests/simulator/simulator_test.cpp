@@ -19,11 +19,11 @@
 #include <string>
 #include <vector>
 
-#include "commands/command_code.hpp"
-#include "commands/records.hpp"
-#include "protocol/bytes.hpp"
-#include "protocol/crc32.hpp"
-#include "protocol/frame.hpp"
+#include "pelmo/commands/command_code.hpp"
+#include "pelmo/commands/records.hpp"
+#include "pelmo/protocol/bytes.hpp"
+#include "pelmo/protocol/crc32.hpp"
+#include "pelmo/protocol/frame.hpp"
 #include "simulator/device_status.hpp"
 #include "simulator/options.hpp"
 #include "simulator/responder.hpp"

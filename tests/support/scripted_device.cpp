@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ostream>
 
-#include "protocol/frame.hpp"
+#include "pelmo/protocol/frame.hpp"
 
 namespace pelmo::test_support {
 

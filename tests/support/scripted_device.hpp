@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
-#include "protocol/link_driver.hpp"
-#include "protocol/result_code.hpp"
+#include "pelmo/protocol/link_driver.hpp"
+#include "pelmo/protocol/result_code.hpp"
 
 namespace pelmo::test_support {
 

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "transport/port_layer.hpp"
+#include "pelmo/transport/port_layer.hpp"
 
 namespace pelmo::test {
 

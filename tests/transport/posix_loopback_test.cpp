@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "fake_port_layer.hpp"
-#include "transport/serial_transport.hpp"
-#include "transport/udp_transport.hpp"
+#include "pelmo/transport/serial_transport.hpp"
+#include "pelmo/transport/udp_transport.hpp"
 
 namespace pelmo::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "transport/serial_transport.hpp"
+#include "pelmo/transport/serial_transport.hpp"
 
 #include <gtest/gtest.h>
 

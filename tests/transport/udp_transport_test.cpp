@@ -1,4 +1,4 @@
-#include "transport/udp_transport.hpp"
+#include "pelmo/transport/udp_transport.hpp"
 
 #include <gtest/gtest.h>
 

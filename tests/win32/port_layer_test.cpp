@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "transport/port_layer.hpp"
+#include "pelmo/transport/port_layer.hpp"
 
 namespace pelmo::port {
 namespace {

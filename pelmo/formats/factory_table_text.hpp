@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdio>
+#include <span>
+#include <string_view>
+
+#include "pelmo/commands/records.hpp"
+#include "pelmo/protocol/result_code.hpp"
+
+namespace pelmo {
+
+// Fills `table` from the text form of the factory table: lines of "KEY: value", keys matched
+// without regard to case at the first column, "#" lines and unknown lines skipped. The caller
+// clears `table` to zero first; the parser relies on that for the fields the text does not set and
+// for `ipv6`. Returns RC_OK when the accepted lines add up to a complete table (10 points),
+// RC_INCOMPLETE when they do not, and RC_MISMATCH at once when a mask or gateway line uses the
+// other address form than the one `ipv6` holds at that line. Prints nothing.
+ResultCode parse_factory_table(std::string_view text, FactoryTable& table);
+
+// The same over an open text stream, read from its current position to its end. The stream is not
+// closed.
+ResultCode parse_factory_table(std::FILE* input, FactoryTable& table);
+
+// Takes a text value after its key: everything between the first two double quotes (cut to
+// `output.size() - 1` characters), or else the first blank-delimited word (also cut to fit). Stores
+// it zero-terminated and zero-fills the rest of `output`; returns false, leaving `output`
+// untouched, when there is no value or `output` is empty.
+bool parse_text_value(std::string_view text, std::span<char> output);
+
+// Lists `table` on `console` ("Factory table values:", nine "KEY:       value" lines and an empty
+// line) and, when `file` is not null, writes the same nine lines into it after the first line
+// "# Factory table values:". A null `console` lists nothing. What is written to `file` parses back
+// to the same table.
+void print_factory_table(const FactoryTable& table, std::FILE* console, std::FILE* file);
+
+}  // namespace pelmo

@@ -1,0 +1,95 @@
+#include "pelmo/transport/win32/win32_serial_device.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "pelmo/transport/win32/win32_api.hpp"
+
+namespace pelmo::port::win32 {
+
+namespace {
+
+// Reads and writes are bounded so their counts always fit the interface's signed results.
+constexpr std::size_t MAX_TRANSFER = 0x7FFFFFFF;
+
+DWORD transfer_size(std::size_t size) {
+  return static_cast<DWORD>(std::min(size, MAX_TRANSFER));
+}
+
+class Win32SerialDevice final : public SerialDevice {
+ public:
+  explicit Win32SerialDevice(HANDLE handle) : handle_(handle) {}
+  ~Win32SerialDevice() override { CloseHandle(handle_); }
+  Win32SerialDevice(const Win32SerialDevice&) = delete;
+  Win32SerialDevice& operator=(const Win32SerialDevice&) = delete;
+
+  std::int32_t read(std::span<std::uint8_t> buffer) override {
+    DWORD count = 0;
+    if (!ReadFile(handle_, buffer.data(), transfer_size(buffer.size()), &count, nullptr)) {
+      return -1;
+    }
+    return static_cast<std::int32_t>(count);
+  }
+
+  std::int32_t write(std::span<const std::uint8_t> bytes) override {
+    DWORD count = 0;
+    if (!WriteFile(handle_, bytes.data(), transfer_size(bytes.size()), &count, nullptr)) {
+      return -1;
+    }
+    return static_cast<std::int32_t>(count);
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+SerialOpenResult failure(SerialOpenStatus status, DWORD error) {
+  SerialOpenResult result;
+  result.status = status;
+  result.os_error = static_cast<int>(error);
+  return result;
+}
+
+}  // namespace
+
+SerialOpenResult open_serial_device(std::string_view path, std::string_view settings) {
+  const std::string device_path(path);
+  // Share mode 0: the port belongs to this program until it is closed. Not overlapped: the
+  // time-outs below make every read return at once, and the transport polls.
+  HANDLE handle = CreateFileA(device_path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    return failure(SerialOpenStatus::open_failed, GetLastError());
+  }
+  // From here on the device owns the handle and closes it on every failure below.
+  auto device = std::make_unique<Win32SerialDevice>(handle);
+
+  // Whatever the settings text leaves out stays zero, so no flow control or character
+  // translation sneaks in from the port's previous configuration. DTR and RTS are raised by the
+  // text itself ("dtr=on rts=on").
+  DCB control{};
+  control.DCBlength = sizeof(control);
+  const std::string settings_text(settings);
+  if (!BuildCommDCBA(settings_text.c_str(), &control)) {
+    return failure(SerialOpenStatus::settings_failed, GetLastError());
+  }
+  if (!SetCommState(handle, &control)) {
+    return failure(SerialOpenStatus::config_failed, GetLastError());
+  }
+  // Interval MAXDWORD with both read totals 0: a read hands over what has already arrived,
+  // possibly nothing, without waiting. Write totals 0: a write returns once all is handed over.
+  COMMTIMEOUTS timeouts{};
+  timeouts.ReadIntervalTimeout = MAXDWORD;
+  if (!SetCommTimeouts(handle, &timeouts)) {
+    return failure(SerialOpenStatus::timeouts_failed, GetLastError());
+  }
+
+  SerialOpenResult result;
+  result.status = SerialOpenStatus::ok;
+  result.device = std::move(device);
+  return result;
+}
+
+}  // namespace pelmo::port::win32
