@@ -1,8 +1,7 @@
-// Every bootloader command against a device whose answers come from the fuzz input: frames with
-// any status, a near or exact echo of the request's address and any payload, broken CRCs, stale
-// copies, raw bytes, silence. Destinations and sources are heap blocks of exactly their size, so a
-// command that reads or writes past them is caught; one that never ends is caught by libFuzzer's
-// -timeout (or its memory limit, as the scripted device records every request).
+// Every bootloader command against a device whose answers come from the fuzz input. Destinations
+// and sources are heap blocks of exactly their size, so a command that reads or writes past them is
+// caught; one that never ends is caught by libFuzzer's -timeout (or its memory limit, as the
+// scripted device records every request).
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
@@ -23,71 +22,58 @@ namespace {
 using namespace pelmo;
 using test_support::Reply;
 
-// An answer frame relative to the request it answers.
-struct FrameRecipe {
-  std::uint8_t status = 0;
-  int address_delta = 0;
-  std::vector<std::uint8_t> payload;
-  bool bad_crc = false;
-
-  Reply answer(const test_support::SentRequest& request) const {
-    Reply reply = test_support::answer(status, request.address + address_delta, payload);
-    if (bad_crc) {
-      reply.answer = test_support::with_bad_crc(std::move(reply.answer));
+// The device's answers, taken from the input: silence, failed sends, raw bytes or frames with any
+// status, a near or exact echo of the request's address, any payload and maybe a broken CRC, some
+// sent twice. A frame's recipe may become the answer to every later request, so that a command
+// which would go on asking for ever (e.g. for data that never comes) hangs; otherwise the device
+// falls silent once the input is used up.
+test_support::Responder hostile(FuzzedDataProvider& input, test_support::ScriptedDevice& device) {
+  struct Recipe {
+    std::uint8_t status;
+    int address_delta;
+    std::vector<std::uint8_t> payload;
+    bool bad_crc;
+  };
+  return [&input, &device,
+          forever = std::optional<Recipe>()](const test_support::SentRequest& request) mutable {
+    const auto frame = [&](const Recipe& recipe) {
+      Reply reply = test_support::answer(recipe.status, request.address + recipe.address_delta,
+                                         recipe.payload);
+      if (recipe.bad_crc) {
+        reply.answer = test_support::with_bad_crc(std::move(reply.answer));
+      }
+      return reply;
+    };
+    if (forever || input.remaining_bytes() == 0) {
+      return forever ? frame(*forever) : test_support::silence();
     }
-    return reply;
-  }
-};
-
-// The device's answers, taken from the input: silence, failed sends, raw bytes or frames, some
-// sent twice. A frame may become the answer to every later request, so that a command which
-// would go on asking for ever (e.g. for data that never comes) hangs; otherwise the device falls
-// silent once the input is used up.
-class HostileDevice {
- public:
-  HostileDevice(FuzzedDataProvider& input, test_support::ScriptedDevice& device)
-      : input_(input), device_(device) {}
-
-  Reply operator()(const test_support::SentRequest& request) {
-    if (forever_) {
-      return forever_->answer(request);
-    }
-    if (input_.remaining_bytes() == 0) {
-      return test_support::silence();
-    }
-    switch (input_.ConsumeIntegralInRange(0, 5)) {
+    switch (input.ConsumeIntegralInRange(0, 5)) {
       case 0:
         return test_support::silence();
       case 1:
-        return test_support::failed_send(input_.ConsumeIntegral<std::int32_t>());
+        return test_support::failed_send(input.ConsumeIntegral<std::int32_t>());
       case 2:
         return test_support::raw(
-            input_.ConsumeBytes<std::uint8_t>(input_.ConsumeIntegral<std::uint16_t>()));
+            input.ConsumeBytes<std::uint8_t>(input.ConsumeIntegral<std::uint16_t>()));
       case 3:
         return test_support::answer(END_OF_DATA_STATUS, request.address);
       default:
         break;
     }
-    FrameRecipe recipe;
-    recipe.status = input_.ConsumeBool() ? 0 : input_.ConsumeIntegral<std::uint8_t>();
-    recipe.address_delta = input_.ConsumeIntegralInRange(-1, 1);
-    recipe.payload = input_.ConsumeBytes<std::uint8_t>(input_.ConsumeIntegralInRange(0, 2100));
-    recipe.bad_crc = input_.ConsumeBool();
-    Reply reply = recipe.answer(request);
-    if (input_.ConsumeBool()) {
-      device_.inject_input(reply.answer);  // a stale copy for the next receive
+    Recipe recipe{input.ConsumeBool() ? std::uint8_t{0} : input.ConsumeIntegral<std::uint8_t>(),
+                  input.ConsumeIntegralInRange(-1, 1),
+                  input.ConsumeBytes<std::uint8_t>(input.ConsumeIntegralInRange(0, 2100)),
+                  input.ConsumeBool()};
+    Reply reply = frame(recipe);
+    if (input.ConsumeBool()) {
+      device.inject_input(reply.answer);  // a stale copy for the next receive
     }
-    if (input_.ConsumeBool()) {
-      forever_ = std::move(recipe);
+    if (input.ConsumeBool()) {
+      forever = std::move(recipe);
     }
     return reply;
-  }
-
- private:
-  FuzzedDataProvider& input_;
-  test_support::ScriptedDevice& device_;
-  std::optional<FrameRecipe> forever_;
-};
+  };
+}
 
 template <typename Record>
 bool is_zero(const Record& record) {
@@ -109,7 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::uint8_t> block(input.ConsumeIntegralInRange<std::size_t>(0, 8192), 0xA5);
   const auto length =
       static_cast<std::uint32_t>(block.size() + input.ConsumeIntegralInRange(-9, 1));
-  device.respond_with(HostileDevice(input, device));
+  device.respond_with(hostile(input, device));
 
   // Records on the heap, each exactly its size.
   const auto factory = std::make_unique<FactoryTable>();

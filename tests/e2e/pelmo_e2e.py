@@ -33,18 +33,15 @@ def _command_from(env_name: str, fallback: str | None) -> list[str]:
     return shlex.split(text) if text else []
 
 
-def _require(command: list[str], what: str) -> list[str]:
+def require_program(command: list[str] | None = None, what: str = "program (PELMO_PROGRAM)") -> list[str]:
+    command = Config.program if command is None else command
     if not command or not shutil.which(command[0]):
         raise unittest.SkipTest(f"{what} not found: {command!r}")
     return command
 
 
-def require_program() -> list[str]:
-    return _require(Config.program, "program (PELMO_PROGRAM)")
-
-
 def require_device() -> list[str]:
-    return _require(Config.device, "device simulator (PELMO_DEVICE)")
+    return require_program(Config.device, "device simulator (PELMO_DEVICE)")
 
 
 def _ip(*args: str) -> None:
@@ -189,13 +186,9 @@ class Device:
         return self.log_path.read_text(errors="replace").splitlines() if self.log_path.exists() else []
 
     def requests(self) -> list[tuple[str, int, int]]:
-        """(name, address, length) of every request the device decoded, from `rx NAME addr= len=`."""
-        found = []
-        for parts in (text.split() for text in self.log_lines()):
-            if len(parts) >= 2 and parts[0] == "rx" and parts[1] != "BAD_FRAME":
-                fields = dict(part.split("=", 1) for part in parts if "=" in part)
-                found.append((parts[1], int(fields.get("addr", "0"), 0), int(fields.get("len", "0"), 0)))
-        return found
+        """(name, address, length) of every request the device decoded."""
+        return [(name, int(address, 16), int(length))
+                for name, address, length in _REQUEST.findall("\n".join(self.log_lines()))]
 
     def new_requests(self) -> list[tuple[str, int, int]]:
         """The requests since the last call: one run's worth."""
@@ -204,6 +197,7 @@ class Device:
         return fresh
 
 
+_REQUEST = re.compile(r"^rx (\w+) addr=(0x[0-9A-F]+) len=(\d+)$", re.M)
 _PROGRESS = re.compile(r"\r([^\r\n]*) (\d+) \[s\]")
 _ELAPSED = re.compile(r"\nOperations last (\d+) s\n")
 
@@ -248,6 +242,11 @@ class E2eCase(unittest.TestCase):
     maxDiff = None
     topology: Topology | None = None
 
+    @classmethod
+    def setUpClass(cls) -> None:
+        require_program()
+        require_device()
+
     def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory(prefix="pelmo-e2e-")
         self.folder = Path(folder.name)
@@ -286,19 +285,13 @@ class UdpCase(E2eCase):
 
     @classmethod
     def setUpClass(cls) -> None:
-        require_program()
-        require_device()
+        super().setUpClass()
         cls.topology = udp_topology()
         cls.topology.setup()
         cls.addClassCleanup(cls.topology.teardown)
 
 
 class PtyCase(E2eCase):
-    @classmethod
-    def setUpClass(cls) -> None:
-        require_program()
-        require_device()
-
     def setUp(self) -> None:
         super().setUp()
         self.topology = PtySerial(self.folder)

@@ -54,20 +54,37 @@ std::vector<std::uint8_t> response_frame(std::uint8_t status, std::uint32_t addr
                                          std::span<const std::uint8_t> payload = {});
 
 // The same bytes with the last CRC byte flipped.
-std::vector<std::uint8_t> with_bad_crc(std::vector<std::uint8_t> frame);
+inline std::vector<std::uint8_t> with_bad_crc(std::vector<std::uint8_t> frame) {
+  if (!frame.empty()) {
+    frame.back() ^= 0x01;
+  }
+  return frame;
+}
 
-Reply answer(std::uint8_t status, std::uint32_t address,
-             std::span<const std::uint8_t> payload = {});
-Reply ack(std::uint32_t address = 0);
-Reply silence();
-Reply raw(std::vector<std::uint8_t> bytes);
-Reply failed_send(std::int32_t send_result);
+inline Reply raw(std::vector<std::uint8_t> bytes) {
+  return {std::nullopt, std::move(bytes)};
+}
+inline Reply answer(std::uint8_t status, std::uint32_t address,
+                    std::span<const std::uint8_t> payload = {}) {
+  return raw(response_frame(status, address, payload));
+}
+inline Reply ack(std::uint32_t address = 0) {
+  return answer(0, address);
+}
+inline Reply silence() {
+  return {};
+}
+inline Reply failed_send(std::int32_t send_result) {
+  return {send_result, {}};
+}
 
 // Answers every request the script does not cover.
 using Responder = std::function<Reply(const SentRequest&)>;
 
 // Acknowledges every request: status 0, its own address, no payload.
-Responder acknowledge_all();
+inline Responder acknowledge_all() {
+  return [](const SentRequest& request) { return ack(request.address); };
+}
 
 // A device holding `area`: read requests (codes 0x01 to 0x04) get up to the asked number of
 // bytes from the requested offset, or status 0xFD from the area's end on; everything else is
@@ -89,12 +106,15 @@ class ScriptedDevice {
   LinkDriver& link() { return link_; }
   const LinkDriver* driver() const { return &link_; }
 
-  ScriptedDevice& then(Reply reply);
+  ScriptedDevice& then(Reply reply) { return script({std::move(reply)}); }
   ScriptedDevice& script(std::vector<Reply> replies);
-  ScriptedDevice& respond_with(Responder responder);
+  ScriptedDevice& respond_with(Responder responder) {
+    responder_ = std::move(responder);
+    return *this;
+  }
 
   // Bytes the device sent unasked; they wait for the next receives, one chunk per call.
-  void inject_input(std::vector<std::uint8_t> bytes);
+  void inject_input(std::vector<std::uint8_t> bytes) { pending_.push_back(std::move(bytes)); }
 
   const std::vector<SentRequest>& requests() const { return requests_; }
   std::vector<RequestHeader> request_headers() const;

@@ -69,13 +69,9 @@ def main():
     ap.add_argument("mode", choices=["install", "deb"])
     ap.add_argument("--build-dir", required=True)
     ap.add_argument("--programs", nargs="+", required=True)
-    ap.add_argument("--cmake")
-    ap.add_argument("--consumer", help="source folder of the consumer project")
-    ap.add_argument("--generator")
-    ap.add_argument("--cxx")
-    ap.add_argument("--sanitize", default="", help="sanitizers the library was built with")
-    ap.add_argument("--cpack")
-    ap.add_argument("--version")
+    # The consumer's source folder, the build's tools and sanitizers, the package version.
+    for name in ("cmake", "consumer", "generator", "cxx", "sanitize", "cpack", "version"):
+        ap.add_argument(f"--{name}", default="")
     args = ap.parse_args()
     with tempfile.TemporaryDirectory(prefix=f"pelmo-{args.mode}-") as work:
         (install if args.mode == "install" else deb)(args, work)
