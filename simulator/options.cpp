@@ -118,7 +118,7 @@ const std::vector<OptionSpec>& option_table() {
          o.pty = true;
          o.pty_link = std::string(v);
        }},
-      {"--baud-pace", "", "pace pty output at 11520 bytes/s, like 115200 8N1",
+      {"--baud-pace", "", "pace the pty both ways at 11520 bytes/s, like 115200 8N1",
        [](SimulatorOptions& o, std::string_view) { o.baud_pace = true; }},
       // The device.
       {"--fw-address", "N", "firmware area address (0x08000000)",

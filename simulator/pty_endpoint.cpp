@@ -47,7 +47,7 @@ void replace_symlink(const std::string& link, const std::string& target) {
 }  // namespace
 
 PtyEndpoint::PtyEndpoint(const std::string& link, std::uint32_t bytes_per_second)
-    : output_(bytes_per_second) {
+    : input_(bytes_per_second), output_(bytes_per_second) {
   std::array<char, 256> name{};
   if (::openpty(&master_, &own_slave_, name.data(), nullptr, nullptr) != 0) {
     throw EndpointError(system_failure("openpty"));
@@ -93,20 +93,25 @@ void PtyEndpoint::linger(std::uint32_t max_ms) const {
   }
 }
 
-std::vector<std::uint8_t> PtyEndpoint::read_available() {
-  std::vector<std::uint8_t> bytes;
+void PtyEndpoint::receive(std::uint64_t now_ns) {
   std::array<std::uint8_t, 4096> chunk;
   while (true) {
     const ssize_t count = ::read(master_, chunk.data(), chunk.size());
     if (count > 0) {
-      bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + count);
+      input_.push(std::span(chunk).first(static_cast<std::size_t>(count)), now_ns);
       continue;
     }
     if (count < 0 && errno == EINTR) {
       continue;
     }
-    return bytes;
+    return;
   }
+}
+
+std::vector<std::uint8_t> PtyEndpoint::arrived(std::uint64_t now_ns) {
+  std::vector<std::uint8_t> bytes(input_.ready(now_ns));
+  input_.consume(input_.peek(bytes));
+  return bytes;
 }
 
 void PtyEndpoint::queue(std::span<const std::uint8_t> bytes, std::uint64_t now_ns) {

@@ -61,7 +61,7 @@ void Server::open() {
   }
   if (options_.pty) {
     pty_ = std::make_unique<PtyEndpoint>(options_.pty_link,
-                                         options_.baud_pace ? PacedOutput::UART_115200_8N1 : 0);
+                                         options_.baud_pace ? PacedLine::UART_115200_8N1 : 0);
     console_ << "pty " << pty_->slave_path();
     if (!options_.pty_link.empty()) {
       console_ << " link " << options_.pty_link;
@@ -111,9 +111,11 @@ void Server::handle_framer_events(const std::vector<FramerEvent>& events, std::u
   }
 }
 
-void Server::on_pty_readable() {
-  const std::uint64_t now = now_ns();
-  handle_framer_events(framer_.feed(pty_->read_available(), now / NS_PER_MS), now);
+void Server::on_pty_arrivals(std::uint64_t now) {
+  const std::vector<std::uint8_t> bytes = pty_->arrived(now);
+  if (!bytes.empty()) {
+    handle_framer_events(framer_.feed(bytes, now / NS_PER_MS), now);
+  }
 }
 
 void Server::serve() {
@@ -125,6 +127,7 @@ void Server::serve() {
       if (!pty_->blocked()) {
         pty_->flush(now);
       }
+      on_pty_arrivals(now);
       // A frame found only when the quiet time expires schedules its answer here, so the wake-up
       // time is taken after it.
       handle_framer_events(framer_.expire(now / NS_PER_MS), now);
@@ -137,6 +140,7 @@ void Server::serve() {
     };
     if (pty_) {
       earliest(pty_->next_write_ns());
+      earliest(pty_->next_arrival_ns());
       if (const auto expiry = framer_.deadline()) {
         earliest(*expiry * NS_PER_MS);
       }
@@ -177,7 +181,9 @@ void Server::serve() {
         pty_->flush(now_ns());
       }
       if ((events & POLLIN) != 0) {
-        on_pty_readable();
+        const std::uint64_t arrival = now_ns();
+        pty_->receive(arrival);
+        on_pty_arrivals(arrival);
       }
     }
   }

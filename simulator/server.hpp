@@ -35,7 +35,8 @@ class Server {
   void send_later(std::uint64_t now, const std::vector<Transmission>& pieces,
                   const std::function<void(const Transmission&)>& send);
   void on_udp_readable(UdpEndpoint& endpoint);
-  void on_pty_readable();
+  // Hands the program's bytes that have arrived over the (paced) line to the framer.
+  void on_pty_arrivals(std::uint64_t now);
   void handle_framer_events(const std::vector<FramerEvent>& events, std::uint64_t now);
 
   const SimulatorOptions& options_;

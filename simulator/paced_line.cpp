@@ -1,4 +1,4 @@
-#include "simulator/paced_output.hpp"
+#include "simulator/paced_line.hpp"
 
 #include <algorithm>
 
@@ -10,10 +10,10 @@ constexpr std::size_t WRITE_BATCH = 12;
 
 }  // namespace
 
-PacedOutput::PacedOutput(std::uint32_t bytes_per_second)
+PacedLine::PacedLine(std::uint32_t bytes_per_second)
     : byte_ns_(bytes_per_second == 0 ? 0 : 1000000000ull / bytes_per_second) {}
 
-void PacedOutput::push(std::span<const std::uint8_t> bytes, std::uint64_t now_ns) {
+void PacedLine::push(std::span<const std::uint8_t> bytes, std::uint64_t now_ns) {
   if (queue_.empty()) {
     // An idle line starts the next byte at once.
     line_free_ns_ = std::max(line_free_ns_, now_ns);
@@ -21,7 +21,7 @@ void PacedOutput::push(std::span<const std::uint8_t> bytes, std::uint64_t now_ns
   queue_.insert(queue_.end(), bytes.begin(), bytes.end());
 }
 
-std::size_t PacedOutput::ready(std::uint64_t now_ns) const {
+std::size_t PacedLine::ready(std::uint64_t now_ns) const {
   if (byte_ns_ == 0) {
     return queue_.size();
   }
@@ -32,20 +32,20 @@ std::size_t PacedOutput::ready(std::uint64_t now_ns) const {
   return static_cast<std::size_t>(std::min<std::uint64_t>(due, queue_.size()));
 }
 
-std::size_t PacedOutput::peek(std::span<std::uint8_t> out) const {
+std::size_t PacedLine::peek(std::span<std::uint8_t> out) const {
   const std::size_t count = std::min(out.size(), queue_.size());
   std::copy_n(queue_.begin(), count, out.begin());
   return count;
 }
 
-void PacedOutput::consume(std::size_t count) {
+void PacedLine::consume(std::size_t count) {
   count = std::min(count, queue_.size());
   queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(count));
   // Each byte holds the line for one byte time after the previous one.
   line_free_ns_ += count * byte_ns_;
 }
 
-std::optional<std::uint64_t> PacedOutput::next_write_ns() const {
+std::optional<std::uint64_t> PacedLine::next_due_ns() const {
   if (queue_.empty()) {
     return std::nullopt;
   }
