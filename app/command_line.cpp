@@ -1,64 +1,12 @@
 #include "app/command_line.hpp"
 
-#include <algorithm>
-#include <limits>
 #include <string_view>
 
 #include "app/option_table.hpp"
+#include "pelmo/formats/number_text.hpp"
 
 namespace pelmo {
 namespace {
-
-// Reads a decimal integer the way the classic "%d" conversion does: leading white space
-// skipped, an optional sign, at least one digit; what follows the digits is left for the caller.
-// Values beyond the 32-bit range saturate instead of overflowing.
-class NumberScanner {
- public:
-  explicit NumberScanner(std::string_view text) : text_(text) {}
-
-  std::optional<std::int32_t> number() {
-    while (position_ < text_.size() && is_space(text_[position_])) {
-      ++position_;
-    }
-    bool negative = false;
-    if (position_ < text_.size() && (text_[position_] == '+' || text_[position_] == '-')) {
-      negative = text_[position_] == '-';
-      ++position_;
-    }
-    constexpr std::int64_t LIMIT = std::int64_t{std::numeric_limits<std::int32_t>::max()} + 1;
-    std::int64_t magnitude = 0;
-    const std::size_t first_digit = position_;
-    while (position_ < text_.size() && text_[position_] >= '0' && text_[position_] <= '9') {
-      if (magnitude < LIMIT) {
-        magnitude = magnitude * 10 + (text_[position_] - '0');
-      }
-      ++position_;
-    }
-    if (position_ == first_digit) {
-      return std::nullopt;
-    }
-    if (magnitude > LIMIT) {
-      magnitude = LIMIT;
-    }
-    const std::int64_t value = negative ? -magnitude : std::min(magnitude, LIMIT - 1);
-    return static_cast<std::int32_t>(value);
-  }
-
-  // Consumes `expected` when it is the very next character.
-  bool literal(char expected) {
-    if (position_ < text_.size() && text_[position_] == expected) {
-      ++position_;
-      return true;
-    }
-    return false;
-  }
-
- private:
-  static bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-  std::string_view text_;
-  std::size_t position_ = 0;
-};
 
 std::string ascii_upper(std::string_view text) {
   std::string upper(text);
@@ -77,9 +25,10 @@ struct ParseState {
   bool file_expected = false;
 };
 
+// Numbers on the command line saturate at the ends of the 32-bit range, as "%d" scanning does.
 bool take_com_port(std::string_view argument, ParseState& state) {
-  NumberScanner scanner(argument.substr(1));
-  const auto port = scanner.number();
+  std::string_view text = argument.substr(1);
+  const auto port = scan_decimal_saturating(text);
   if (!port || *port <= 0) {
     return false;
   }
@@ -88,14 +37,23 @@ bool take_com_port(std::string_view argument, ParseState& state) {
   return true;
 }
 
+// Consumes the dot that must follow an address number at once.
+bool take_dot(std::string_view& text) {
+  if (text.empty() || text.front() != '.') {
+    return false;
+  }
+  text.remove_prefix(1);
+  return true;
+}
+
 bool take_ip_address(std::string_view argument, ParseState& state) {
-  NumberScanner scanner(argument.substr(1));
+  std::string_view text = argument.substr(1);
   std::array<std::uint8_t, 4> address{};
   for (std::size_t i = 0; i < address.size(); ++i) {
-    if (i > 0 && !scanner.literal('.')) {
+    if (i > 0 && !take_dot(text)) {
       return false;
     }
-    const auto number = scanner.number();
+    const auto number = scan_decimal_saturating(text);
     if (!number) {
       return false;
     }
@@ -107,8 +65,8 @@ bool take_ip_address(std::string_view argument, ParseState& state) {
 }
 
 bool take_extra_timeout(std::string_view argument, ParseState& state) {
-  NumberScanner scanner(argument.substr(1));
-  const auto milliseconds = scanner.number();
+  std::string_view text = argument.substr(1);
+  const auto milliseconds = scan_decimal_saturating(text);
   if (!milliseconds) {
     return false;
   }

@@ -18,7 +18,7 @@ constexpr std::string_view ERASING = "Erasing FW ";
 // The loaded image's length, or none when the loader failed (it has said why).
 std::optional<std::uint32_t> load_image(RunContext& run) {
   const std::uint32_t length =
-      load_firmware_image(run.console, run.link, run.command_line.file_name, run.image);
+      load_firmware_for_run(run.console, run.link, run.command_line.file_name, run.image);
   if (length == 0) {
     return std::nullopt;
   }

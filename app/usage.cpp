@@ -1,6 +1,7 @@
 #include "app/usage.hpp"
 
 #include "app/option_table.hpp"
+#include "pelmo/version.hpp"
 
 namespace pelmo {
 namespace {
@@ -31,7 +32,7 @@ void put(std::FILE* console, std::string_view text) {
 
 void print_banner(std::FILE* console) {
   std::fprintf(console, "PelmoWin (version %.*s) - Quillmark bootloader (serial line/ IP UDP)\n\n",
-               static_cast<int>(PROGRAM_VERSION.size()), PROGRAM_VERSION.data());
+               static_cast<int>(VERSION.size()), VERSION.data());
   std::fflush(console);
 }
 

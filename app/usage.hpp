@@ -1,13 +1,10 @@
 #pragma once
 
 #include <cstdio>
-#include <string_view>
 
 namespace pelmo {
 
-inline constexpr std::string_view PROGRAM_VERSION = "1.19";
-
-// The first output of every run.
+// The first output of every run, with the version of the tree (pelmo/version.hpp).
 void print_banner(std::FILE* console);
 
 // The usage text, shown after bad parameters.

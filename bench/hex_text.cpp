@@ -3,19 +3,19 @@
 #include <algorithm>
 #include <array>
 
+#include "pelmo/formats/number_text.hpp"
+
 namespace pelmo::bench {
 namespace {
 
 constexpr std::size_t RECORD_BYTES = 16;
-constexpr std::array<char, 16> DIGITS{'0', '1', '2', '3', '4', '5', '6', '7',
-                                      '8', '9', 'A', 'B', 'C', 'D', 'E', 'F'};
 
 void append_record(std::string& text, std::uint8_t type, std::uint16_t address,
                    std::span<const std::uint8_t> data) {
   unsigned sum = 0;
   const auto put = [&](std::uint8_t byte) {
-    text.push_back(DIGITS[byte >> 4]);
-    text.push_back(DIGITS[byte & 0x0F]);
+    text.push_back(hex_digit_char(byte >> 4));
+    text.push_back(hex_digit_char(byte));
     sum += byte;
   };
   text.push_back(':');

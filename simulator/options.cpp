@@ -5,7 +5,9 @@
 
 #include "pelmo/commands/command_code.hpp"
 #include "pelmo/commands/records.hpp"
+#include "pelmo/formats/number_text.hpp"
 #include "pelmo/protocol/frame.hpp"
+#include "pelmo/version.hpp"
 
 namespace pelmo::sim {
 namespace {
@@ -67,8 +69,7 @@ UdpAddress parse_udp(std::string_view text) {
     throw UsageError("not an IPv4 address: " + quoted(host));
   }
   for (std::size_t i = 0; i < 4; ++i) {
-    if (parts[i].empty() || !std::all_of(parts[i].begin(), parts[i].end(),
-                                         [](char c) { return c >= '0' && c <= '9'; })) {
+    if (parts[i].empty() || !std::all_of(parts[i].begin(), parts[i].end(), is_decimal_digit)) {
       throw UsageError("not an IPv4 address: " + quoted(host));
     }
     result.address[i] = static_cast<std::uint8_t>(parse_number(parts[i], 255, "address byte"));
@@ -246,36 +247,27 @@ const std::vector<OptionSpec>& option_table() {
 }  // namespace
 
 std::uint64_t parse_number(std::string_view text, std::uint64_t max, std::string_view what) {
-  unsigned base = 10;
+  unsigned radix = 10;
   std::string_view digits = text;
   if (digits.size() > 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) {
-    base = 16;
+    radix = 16;
     digits.remove_prefix(2);
   }
-  if (digits.empty()) {
-    throw UsageError(std::string(what) + ": not a number: " + quoted(text));
-  }
-  std::uint64_t value = 0;
-  for (char c : digits) {
-    unsigned digit = 0;
-    if (c >= '0' && c <= '9') {
-      digit = static_cast<unsigned>(c - '0');
-    } else if (base == 16 && std::isxdigit(static_cast<unsigned char>(c))) {
-      digit = static_cast<unsigned>(std::toupper(static_cast<unsigned char>(c)) - 'A' + 10);
-    } else {
+  const ParsedNumber number = parse_unsigned(digits, radix, max);
+  switch (number.error) {
+    case NumberError::none:
+      break;
+    case NumberError::not_a_number:
       throw UsageError(std::string(what) + ": not a number: " + quoted(text));
-    }
-    if (value > (max - digit) / base) {
+    case NumberError::too_large:
       throw UsageError(std::string(what) + ": " + quoted(text) + " is above " +
                        std::to_string(max));
-    }
-    value = value * base + digit;
   }
-  return value;
+  return number.value;
 }
 
 std::uint8_t parse_code(std::string_view text) {
-  if (!text.empty() && text[0] >= '0' && text[0] <= '9') {
+  if (!text.empty() && is_decimal_digit(text[0])) {
     return static_cast<std::uint8_t>(parse_number(text, 0xFF, "command code"));
   }
   std::string upper(text);
@@ -304,10 +296,10 @@ Chance parse_chance(std::string_view text) {
   std::uint64_t per_million = parse_number(whole, 1000, "percentage") * 10000;
   std::uint64_t scale = 1000;
   for (char c : fraction) {
-    if (c < '0' || c > '9') {
+    if (!is_decimal_digit(c)) {
       throw UsageError("not a percentage: " + quoted(text));
     }
-    per_million += static_cast<std::uint64_t>(c - '0') * scale;
+    per_million += static_cast<std::uint64_t>(digit_value(c)) * scale;
     scale /= 10;
   }
   if (per_million > 1000000) {
@@ -350,7 +342,8 @@ SimulatorOptions parse_options(const std::vector<std::string_view>& arguments) {
 std::string usage_text() {
   std::string text =
       "usage: pelmo-device [--udp ADDR[:PORT]]... [--pty] [--pty-link PATH] [options]\n"
-      "A simulated bootloader device for PelmoWin. Log lines: rx/tx/drop, see --log.\n"
+      "A simulated bootloader device for PelmoWin " PELMO_VERSION_TEXT
+      ". Log lines: rx/tx/drop, see --log.\n"
       "P is a percentage (0 to 100), CODES a comma list of command codes (0x44 or ERASE_FW).\n"
       "Statuses it answers: 0xFD end of data or past the area's limit, 0xF5 verify found a\n"
       "difference, 0xFA/0xF9 no valid firmware header/CRC, 0xFB firmware block not in 8-byte\n"

@@ -4,3 +4,4 @@
 #include "pelmo/commands/firmware_commands.hpp"  // IWYU pragma: export
 #include "pelmo/commands/info_commands.hpp"      // IWYU pragma: export
 #include "pelmo/commands/table_commands.hpp"     // IWYU pragma: export
+#include "pelmo/commands/write_probe.hpp"        // IWYU pragma: export

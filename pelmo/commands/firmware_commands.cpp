@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "pelmo/commands/transfer.hpp"
-#include "pelmo/protocol/exchange.hpp"
+#include "pelmo/commands/write_probe.hpp"
 
 namespace pelmo {
 namespace {

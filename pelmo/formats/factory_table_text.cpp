@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "pelmo/formats/number_text.hpp"
 #include "pelmo/formats/stream_text.hpp"
 
 namespace pelmo {
@@ -61,27 +62,6 @@ void skip_blanks(std::string_view& text) {
   }
 }
 
-// A decimal number: leading blanks, an optional sign, one or more digits. Any size is accepted;
-// the result keeps the low 32 bits of the value (two's complement for a negative one), which is all
-// the table's 8- and 16-bit fields need.
-std::optional<std::uint32_t> read_decimal(std::string_view& text) {
-  skip_blanks(text);
-  bool negative = false;
-  if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
-    negative = text.front() == '-';
-    text.remove_prefix(1);
-  }
-  if (text.empty() || text.front() < '0' || text.front() > '9') {
-    return std::nullopt;
-  }
-  std::uint32_t value = 0;
-  while (!text.empty() && text.front() >= '0' && text.front() <= '9') {
-    value = value * 10u + static_cast<std::uint32_t>(text.front() - '0');
-    text.remove_prefix(1);
-  }
-  return negative ? 0u - value : value;
-}
-
 // Consumes `separator` when it comes next.
 bool take_separator(std::string_view& text, char separator) {
   if (text.empty() || text.front() != separator) {
@@ -97,27 +77,13 @@ bool read_dotted(std::string_view text, std::size_t count, AddressBytes& bytes) 
     if (index != 0 && !take_separator(text, '.')) {
       return false;
     }
-    const std::optional<std::uint32_t> number = read_decimal(text);
+    const std::optional<std::uint32_t> number = scan_decimal_wrapping(text);
     if (!number) {
       return false;
     }
     bytes[index] = static_cast<std::uint8_t>(*number);
   }
   return true;
-}
-
-// One hexadecimal digit's value, or nothing.
-std::optional<std::uint8_t> hex_digit(char c) {
-  if (c >= '0' && c <= '9') {
-    return static_cast<std::uint8_t>(c - '0');
-  }
-  if (c >= 'A' && c <= 'F') {
-    return static_cast<std::uint8_t>(c - 'A' + 10);
-  }
-  if (c >= 'a' && c <= 'f') {
-    return static_cast<std::uint8_t>(c - 'a' + 10);
-  }
-  return std::nullopt;
 }
 
 // Six groups of one or two hexadecimal digits joined by colons; blanks may precede a group.
@@ -127,15 +93,15 @@ bool read_mac(std::string_view text, std::array<std::uint8_t, MAC_BYTES>& mac) {
       return false;
     }
     skip_blanks(text);
-    const std::optional<std::uint8_t> first = text.empty() ? std::nullopt : hex_digit(text[0]);
-    if (!first) {
+    const std::uint8_t first = text.empty() ? NOT_A_DIGIT : digit_value(text[0]);
+    if (first >= 16) {
       return false;
     }
     text.remove_prefix(1);
-    std::uint8_t value = *first;
-    if (const std::optional<std::uint8_t> second =
-            text.empty() ? std::nullopt : hex_digit(text[0])) {
-      value = static_cast<std::uint8_t>((value << 4) | *second);
+    std::uint8_t value = first;
+    if (const std::uint8_t second = text.empty() ? NOT_A_DIGIT : digit_value(text[0]);
+        second < 16) {
+      value = static_cast<std::uint8_t>((value << 4) | second);
       text.remove_prefix(1);
     }
     mac[index] = value;
@@ -171,7 +137,7 @@ LineOutcome apply_line(const KeyRule& rule, std::string_view value, std::string_
     case Field::modif:
     case Field::hw:
     case Field::dhcp: {
-      const std::optional<std::uint32_t> number = read_decimal(value);
+      const std::optional<std::uint32_t> number = scan_decimal_wrapping(value);
       if (!number) {
         return LineOutcome::skipped;
       }

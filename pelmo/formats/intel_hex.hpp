@@ -34,19 +34,49 @@ struct HexRecord {
 // `record` holds no meaningful value.
 bool parse_hex_record(std::string_view line, HexRecord& record);
 
+// Why a read failed.
+enum class HexError : std::uint8_t {
+  none,
+  malformed_record,    // no colon first, too short for its byte count, or a non-hexadecimal digit
+  bad_checksum,        // a well-formed record whose bytes do not sum to 0 modulo 256
+  unsupported_type,    // a record type other than 00, 01, 02, 04 and 05
+  short_address,       // an 02 or 04 record with fewer than two data bytes
+  outside_bounds,      // a data record below the base or past base + limit
+  missing_end_record,  // the text ended before an end-of-file record
+  no_data,             // the end-of-file record came before any data byte
+};
+
+// What a read did. On failure the image holds whatever the records before the failing one placed.
+struct HexReadResult {
+  std::uint32_t length = 0;  // from the base through the highest byte written; 0 on failure
+  HexError error = HexError::none;
+  std::uint32_t line = 0;        // 1-based line of the failing record; 0 when no line is at fault
+  std::uint32_t data_bytes = 0;  // data bytes the records placed (overlaps counted each time)
+  // outside_bounds: the failing data record's first device address and its byte count.
+  std::uint32_t record_address = 0;
+  std::uint8_t record_bytes = 0;
+};
+
 // Builds a memory image from Intel HEX text. Device address a lands at image[a - base]; the image
 // may cover device addresses from `base` up to, not including, `base + limit` (and never past the
-// end of `image`). Bytes that no data record covers are left as they were. Returns the image
-// length, from `base` up to and including the highest byte written, or 0 on any failure: a line
-// that is not a good record, an unknown record type, data outside the bounds, or text that ends
-// before an end-of-file record. An end-of-file record before any data byte gives 0 as well. Lines
-// after the end-of-file record are not looked at.
-std::uint32_t read_intel_hex(std::string_view text, std::span<std::uint8_t> image,
+// end of `image`). Bytes that no data record covers are left as they were. Lines after the
+// end-of-file record are not looked at; a line longer than 999 characters is read as several.
+HexReadResult read_hex_image(std::string_view text, std::span<std::uint8_t> image,
                              std::uint32_t limit, std::uint32_t base);
 
-// The same over an open stream, read from its current position to its end in one go. The stream is
-// not closed.
-std::uint32_t read_intel_hex(std::FILE* input, std::span<std::uint8_t> image, std::uint32_t limit,
+// The same over an open stream, read from its current position to its end in blocks. The stream
+// is not closed; a read error ends the text where it happened.
+HexReadResult read_hex_image(std::FILE* input, std::span<std::uint8_t> image, std::uint32_t limit,
                              std::uint32_t base);
+
+// The image length alone (0 on any failure), for callers that need no reason.
+inline std::uint32_t read_intel_hex(std::string_view text, std::span<std::uint8_t> image,
+                                    std::uint32_t limit, std::uint32_t base) {
+  return read_hex_image(text, image, limit, base).length;
+}
+inline std::uint32_t read_intel_hex(std::FILE* input, std::span<std::uint8_t> image,
+                                    std::uint32_t limit, std::uint32_t base) {
+  return read_hex_image(input, image, limit, base).length;
+}
 
 }  // namespace pelmo

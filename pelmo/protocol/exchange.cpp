@@ -1,17 +1,13 @@
 #include "pelmo/protocol/exchange.hpp"
 
-#include <array>
+#include <algorithm>
 #include <chrono>
 #include <thread>
-
-#include "pelmo/protocol/frame.hpp"
 
 namespace pelmo {
 namespace {
 
 constexpr std::uint32_t FLUSH_TIMEOUT_MS = 2;
-constexpr std::uint8_t CODE_BEGIN_WRITE = 0x8F;
-constexpr std::size_t PROBE_BUFFER_SIZE = 32;
 
 std::uint16_t low16(std::int32_t value) {
   return static_cast<std::uint16_t>(value & 0xFFFF);
@@ -57,35 +53,6 @@ ResultCode exchange(const LinkDriver* driver, std::span<const std::uint8_t> requ
     }
   }
   return RC_TIMEOUT;
-}
-
-ResultCode probe_before_write(const LinkDriver* driver) {
-  std::array<std::uint8_t, PROBE_BUFFER_SIZE> request{};
-  std::array<std::uint8_t, PROBE_BUFFER_SIZE> response{};
-  std::uint16_t request_length = 0;
-  ResultCode rc =
-      encode_frame(Direction::request, CODE_BEGIN_WRITE, 0, 0, nullptr, request, &request_length);
-  if (rc != RC_OK) {
-    return rc;
-  }
-  std::uint16_t response_length = 0;
-  rc =
-      exchange(driver, std::span(request).first(request_length), response, 12, 0, &response_length);
-  if (rc != RC_OK) {
-    return rc;
-  }
-  FrameFields fields;
-  if (decode_frame(Direction::response, std::span(response).first(response_length), fields) !=
-      RC_OK) {
-    return RC_OK;
-  }
-  if (fields.code != 0) {
-    return device_status_code(fields.code);
-  }
-  if (driver->progress) {
-    driver->progress();
-  }
-  return RC_OK;
 }
 
 }  // namespace pelmo

@@ -16,8 +16,4 @@ ResultCode exchange(const LinkDriver* driver, std::span<const std::uint8_t> requ
                     std::span<std::uint8_t> response, std::uint16_t min_count,
                     std::uint32_t timeout_ms, std::uint16_t* response_length = nullptr);
 
-// The begin-write request (0x8F) that every write sends first. A non-decoding answer lets it pass
-// without progress; a non-zero status fails it with the status code.
-ResultCode probe_before_write(const LinkDriver* driver);
-
 }  // namespace pelmo

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 namespace pelmo {
 
@@ -26,9 +28,25 @@ constexpr ResultCode device_status_code(std::uint8_t status) {
   return status == 0 ? RC_OK : static_cast<ResultCode>(status) - 256;
 }
 
-// The status byte a device would send to produce `code` (its low byte).
-constexpr std::uint8_t status_of_code(ResultCode code) {
-  return static_cast<std::uint8_t>(static_cast<std::uint32_t>(code) & 0xFFu);
-}
+// Where a code comes from, as far as its number tells.
+enum class ResultKind : std::uint8_t {
+  success,
+  local_failure,  // found on this side: time-out, CRC, length, mismatch, bad argument, ...
+  device_status,  // a status byte the device answered with
+  // RC_BAD_HEADER and RC_BAD_CRC: the numbers of the firmware statuses 0xFA and 0xF9 the device
+  // sends, too; only the caller knows which it was.
+  local_or_device,
+  not_a_result,  // positive, or below the lowest device status
+};
+
+ResultKind result_kind(ResultCode code);
+
+// The device status byte behind `code` (its low byte) when the device can have sent it: for codes
+// of the kinds device_status and local_or_device.
+std::optional<std::uint8_t> device_status_of(ResultCode code);
+
+// A short English text for any code, in lower case without a final stop ("no response
+// (time-out)"); device statuses without a meaning of their own share one text.
+std::string_view result_text(ResultCode code);
 
 }  // namespace pelmo

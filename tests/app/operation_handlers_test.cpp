@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,8 +22,7 @@ struct Outcome {
 };
 
 // One handler run the way the run sequence starts it: after an empty, hidden status label.
-Outcome run_handler(Operation operation, std::optional<std::string> file_contents,
-                    std::vector<test_support::Reply> script,
+Outcome run_handler(Operation operation, std::vector<test_support::Reply> script,
                     const std::function<void(Console&)>& at_each_request = {}) {
   app_test::Sandbox box;
   test_support::ScriptedDevice device;
@@ -34,9 +32,6 @@ Outcome run_handler(Operation operation, std::optional<std::string> file_content
       at_each_request(box.console);
       return test_support::silence();
     });
-  }
-  if (file_contents) {
-    box.write("file", *file_contents);
   }
   CommandLine line;
   line.operation = operation;
@@ -49,15 +44,9 @@ Outcome run_handler(Operation operation, std::optional<std::string> file_content
   return {result, box.console_text(), device.requests().size()};
 }
 
-const std::string EMPTY_FACTORY_LISTING =
-    "Factory table values:\nTYPE:       \"\"\nSN:         \"\"\nHW:         0\nMODIF:      0\n"
-    "MAC:        00:00:00:00:00:00\nDHCP:       0\nIPV4_ADDR:  0.0.0.0\nIPV4_MASK:  0.0.0.0\n"
-    "IPV4_GTW:   0.0.0.0\n\n";
-
 TEST(OperationHandlers, Cases) {
   struct Case {
     Operation operation;
-    std::optional<std::string> file;  // none: no such file
     std::vector<test_support::Reply> script;
     ResultCode result;
     std::string console;
@@ -69,27 +58,19 @@ TEST(OperationHandlers, Cases) {
   std::memset(info.name, 'N', sizeof info.name);
   std::memset(info.compile_date, 'D', sizeof info.compile_date);
   std::memset(info.compile_time, 'T', sizeof info.compile_time);
-  const std::string parse_error = "Parsing factory table file error\n" + EMPTY_FACTORY_LISTING;
   const std::vector<Case> cases{
       {OP_READ_FIRMWARE_INFO,
-       {},
        {test_support::answer(0, 0, to_wire(info))},
        RC_OK,
        "\rReading FW information \rReading FW information OK            \nName:       " +
            std::string(32, 'N') + "\nVersion:    0.00.000\nCompiled:   " + std::string(16, 'D') +
            " " + std::string(16, 'T') + "\nSize:       0\nCRC32:      0x00000000\n",
        1},
-      // The combined calibration operations close their empty status line with a bare Error.
-      {OP_ERASE_WRITE_VERIFY_CALIBRATION, {}, {}, RC_FAILED, "\rError        \n", 0},
-      {OP_ERASE_WRITE_VERIFY_CALIBRATION_BACKUP, {}, {}, RC_FAILED, "\rError        \n", 0},
-      // A factory file that does not parse is listed as far as it was filled; nothing is sent.
-      {OP_WRITE_FACTORY, "", {}, RC_INCOMPLETE, parse_error, 0},
-      {OP_VERIFY_FACTORY, "", {}, RC_INCOMPLETE, parse_error, 0},
-      {OP_ERASE_WRITE_VERIFY_FACTORY, "", {}, RC_INCOMPLETE, parse_error, 0},
-      {static_cast<Operation>(50), {}, {}, RC_FAILED, "", 0},
+      // A code without handler fails without a word.
+      {static_cast<Operation>(50), {}, RC_FAILED, "", 0},
   };
   for (const Case& c : cases) {
-    const Outcome outcome = run_handler(c.operation, c.file, c.script);
+    const Outcome outcome = run_handler(c.operation, c.script);
     EXPECT_EQ(outcome.result, c.result) << operation_code(c.operation);
     EXPECT_EQ(outcome.console, c.console) << operation_code(c.operation);
     EXPECT_EQ(outcome.requests, c.requests) << operation_code(c.operation);
@@ -99,7 +80,7 @@ TEST(OperationHandlers, Cases) {
 TEST(OperationHandlers, FirmwareInfoLabelIsSetOnlyAfterTheRequest) {
   // Progress while the request waits shows the previous, empty label.
   const Outcome outcome =
-      run_handler(OP_READ_FIRMWARE_INFO, {}, {}, [](Console& console) { console.show_progress(); });
+      run_handler(OP_READ_FIRMWARE_INFO, {}, [](Console& console) { console.show_progress(); });
   EXPECT_EQ(outcome.result, RC_TIMEOUT);
   EXPECT_EQ(outcome.console,
             "\r 0 [s]\r 0 [s]\r 0 [s]\rReading FW information \rReading FW information "

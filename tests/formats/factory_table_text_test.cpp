@@ -121,17 +121,6 @@ std::string printed(const std::function<void(std::FILE*)>& print) {
   return text;
 }
 
-TEST(PrintFactoryTable, ConsoleAndFileForms) {
-  const std::string listing =
-      "TYPE:       \"Pelmo-x\"\nSN:         \"SN 0001\"\nHW:         7\nMODIF:      3\n"
-      "MAC:        0A:1B:2C:3D:4E:5F\nDHCP:       0\nIPV4_ADDR:  192.168.1.10\n"
-      "IPV4_MASK:  255.255.255.0\nIPV4_GTW:   192.168.1.1\n";
-  EXPECT_EQ(printed([](std::FILE* out) { print_factory_table(FULL, out, nullptr); }),
-            "Factory table values:\n" + listing + "\n");
-  EXPECT_EQ(printed([](std::FILE* out) { print_factory_table(FULL, nullptr, out); }),
-            "# Factory table values:\n" + listing);
-}
-
 // The file form parses back to the table it was printed from.
 TEST(PrintFactoryTable, FileParsesBack) {
   FactoryTable extremes{};

@@ -14,7 +14,7 @@ namespace {
 
 using namespace test_support;
 
-// The 12-byte begin-write request, as every write sends it first.
+// A 12-byte request (begin-write); exchange does not look into it.
 const std::vector<std::uint8_t> REQUEST{0xB5, 0x8F, 0, 0, 0, 0, 0, 0, 0x96, 0x39, 0xC7, 0x65};
 
 TEST(Exchange, RetriesOnlySilenceAndFailedSends) {
@@ -60,23 +60,6 @@ TEST(Exchange, FlushDrainsStaleInputBeforeSending) {
   EXPECT_EQ(device.receives()[3].result, 12);
 }
 
-TEST(Exchange, ProbeBeforeWrite) {
-  for (const auto& [reply, rc, progress] : std::vector<std::tuple<Reply, ResultCode, int>>{
-           {ack(), RC_OK, 1},
-           {answer(0xFA, 0), RC_BAD_HEADER, 0},
-           {answer(0x01, 0), -255, 0},
-           // An answer that does not decode lets the write go on, without progress.
-           {raw(with_bad_crc(response_frame(0x01, 0))), RC_OK, 0},
-           {raw({0xBA, 0x00}), RC_OK, 0},
-           {silence(), RC_TIMEOUT, 0}}) {
-    ScriptedDevice device;
-    device.respond_with([reply](const SentRequest&) { return reply; });
-    EXPECT_EQ(probe_before_write(device.driver()), rc);
-    EXPECT_EQ(device.progress_calls(), progress);
-    EXPECT_EQ(device.requests().at(0).bytes, REQUEST);
-  }
-}
-
 TEST(BindLinkDriver, RefusalsKeepTheEarlierBinding) {
   ScriptedDevice device;
   LinkDriver without_progress = device.link();
@@ -86,14 +69,10 @@ TEST(BindLinkDriver, RefusalsKeepTheEarlierBinding) {
   LinkDriver broken = device.link();
   broken.receive = nullptr;
   EXPECT_EQ(bind_link_driver(&broken), RC_NO_DRIVER);
-  EXPECT_EQ(probe_before_write(&broken), RC_NO_DRIVER);
   broken.receive = device.link().receive;
   broken.send = nullptr;
   EXPECT_EQ(bind_link_driver(&broken), RC_NO_DRIVER);
   EXPECT_EQ(bound_link_driver(), &without_progress);
-  // A link without progress callback serves as well.
-  device.then(ack());
-  EXPECT_EQ(probe_before_write(bound_link_driver()), RC_OK);
   ASSERT_EQ(bind_link_driver(&device.link()), RC_OK);
   EXPECT_EQ(bound_link_driver(), &device.link());
 }
