@@ -26,36 +26,28 @@ TEST(DeviceLink, DrivesItsTransportWithTheClassicProfiles) {
     FakePortLayer ports;
     int progress = 0;
     DeviceLink link(ports, [&] { ++progress; });
-    EXPECT_EQ(link.driver(), nullptr);
     ASSERT_TRUE(link.open(c.address, with_extra_timeout(c.profile, -5)).ok);
     ASSERT_TRUE(link.open(c.address, with_extra_timeout(c.profile, 100)).ok);
-    const LinkDriver* driver = link.driver();
-    ASSERT_NE(driver, nullptr);
-    EXPECT_EQ(driver->erase_timeout_ms, 25000u);
-    EXPECT_EQ(driver->write_timeout_ms, c.write_timeout_ms);
-    EXPECT_EQ(driver->extra_timeout_ms, 100u);
-    EXPECT_EQ(driver->chunk_size, c.chunk_size);
-    EXPECT_EQ(driver->max_attempts, 3);
-    EXPECT_EQ(driver->flush_before_exchange, 0);
-    EXPECT_EQ(driver->settle_delay_ms, 0u);
-    EXPECT_EQ(driver->send(sequence(12)), 12);
+    const LinkDriver& driver = *link.driver();
+    EXPECT_EQ(driver.erase_timeout_ms, 25000u);
+    EXPECT_EQ(driver.write_timeout_ms, c.write_timeout_ms);
+    EXPECT_EQ(driver.extra_timeout_ms, 100u);
+    EXPECT_EQ(driver.chunk_size, c.chunk_size);
+    EXPECT_EQ(driver.max_attempts, 3);
+    EXPECT_EQ(driver.send(sequence(12)), 12);
     std::array<std::uint8_t, 16> buffer{};
-    EXPECT_EQ(driver->receive(buffer, 12, 0), 0);
+    EXPECT_EQ(driver.receive(buffer, 12, 0), 0);
     EXPECT_EQ(ports.sleeps, c.sleeps);
     EXPECT_EQ(progress, c.progress);
     link.close();
     EXPECT_EQ(link.driver(), nullptr);
     EXPECT_TRUE(ports.held.empty());
+    // A failed open leaves no driver behind.
+    ports.serial_status = port::SerialOpenStatus::open_failed;
+    ports.start_error = {10091};
+    EXPECT_FALSE(link.open(c.address, c.profile).ok);
+    EXPECT_EQ(link.driver(), nullptr);
   }
-}
-
-TEST(DeviceLink, FailedOpenLeavesNoDriver) {
-  FakePortLayer ports;
-  ports.serial_status = port::SerialOpenStatus::open_failed;
-  DeviceLink link(ports);
-  const OpenResult result = link.open(ComPort{2}, CLASSIC_SERIAL_PROFILE);
-  EXPECT_EQ(result.message, "unable to open comport");
-  EXPECT_EQ(link.driver(), nullptr);
 }
 
 }  // namespace

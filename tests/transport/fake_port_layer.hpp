@@ -25,22 +25,22 @@ inline Bytes sequence(std::size_t count, std::uint8_t first = 1) {
 }
 
 // One read of the fake serial line or socket: bytes (a datagram from `sender`), nothing when
-// `bytes` is empty, or a failing read; `elapse_ms` passes on the clock while the call runs.
+// `bytes` is empty, or a failing read.
 struct Poll {
   Bytes bytes{};
   port::Ipv4Endpoint sender{};
-  std::uint32_t elapse_ms = 0;
   bool fails = false;
 };
 
-// A port layer whose clock moves only when the code under test sleeps (or a read takes time).
-// The script of reads runs out into silence. A serial device stays held, and refuses a second
-// opener, until the object that opened it lets it go.
+// A port layer whose clock moves only when the code under test sleeps. The script of reads runs
+// out into silence. A serial device stays held, and refuses a second opener, until the object
+// that opened it lets it go.
 class FakePortLayer : public port::PortLayer {
  public:
   std::deque<Poll> polls;
   int reads = 0;
   std::optional<std::int32_t> write_result;  // overrides the count a write or send reports
+  std::vector<port::Ipv4Endpoint> sent_to;
 
   port::SerialOpenStatus serial_status = port::SerialOpenStatus::ok;
   std::vector<std::string> serial_opens;  // the paths asked for
@@ -86,20 +86,16 @@ class FakePortLayer : public port::PortLayer {
     FakePortLayer& p;
     std::string path;
     End(FakePortLayer& ports, std::string device) : p(ports), path(std::move(device)) {
-      if (!path.empty()) {
-        p.held.insert(path);
-      }
+      p.held.insert(path);
     }
     ~End() override { p.held.erase(path); }
     // Like a real port, a read takes no more than it was offered; the rest of a poll is lost.
     std::int32_t receive_from(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) override {
       ++p.reads;
-      if (p.polls.empty()) {
-        return 0;
+      const Poll poll = p.polls.empty() ? Poll{} : p.polls.front();
+      if (!p.polls.empty()) {
+        p.polls.pop_front();
       }
-      const Poll poll = p.polls.front();
-      p.polls.pop_front();
-      p.now += poll.elapse_ms;
       const std::size_t count = std::min(buffer.size(), poll.bytes.size());
       std::copy_n(poll.bytes.begin(), count, buffer.begin());
       from = poll.sender;
@@ -112,14 +108,13 @@ class FakePortLayer : public port::PortLayer {
     std::int32_t write(std::span<const std::uint8_t> bytes) override {
       return p.write_result.value_or(static_cast<std::int32_t>(bytes.size()));
     }
-    std::int32_t send_to(const port::Ipv4Endpoint&, std::span<const std::uint8_t> bytes) override {
+    std::int32_t send_to(const port::Ipv4Endpoint& to,
+                         std::span<const std::uint8_t> bytes) override {
+      p.sent_to.push_back(to);
       return write(bytes);
     }
     port::OsError bind(const port::Ipv4Endpoint&) override { return p.bind_error; }
-    bool wait_readable(std::uint32_t timeout_ms) override {
-      p.now += p.polls.empty() ? timeout_ms : 0;
-      return !p.polls.empty();
-    }
+    bool wait_readable(std::uint32_t) override { return !p.polls.empty(); }
   };
 };
 

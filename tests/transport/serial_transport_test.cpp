@@ -60,10 +60,14 @@ INSTANTIATE_TEST_SUITE_P(
         FailedOpen{ComPort{2}, 9600, "8N1", timeouts_failed,
                    "unable to set comport time-out settings", 5}));
 
-// A transport holds one port: opening another releases the first, so a new opener gets it.
+// A transport holds one port: opening another releases the first, so a new opener gets it. No
+// port, or a failing write: nothing is sent and nothing is read.
 TEST(SerialTransport, OpeningAnotherPortReleasesTheFirst) {
   FakePortLayer ports;
   SerialTransport first(ports), second(ports);
+  std::array<std::uint8_t, 12> buffer{};
+  EXPECT_EQ(first.send(sequence(12)), Transport::SEND_FAILED);
+  EXPECT_EQ(first.receive(buffer, 12, 0, {}), 0);
   ASSERT_TRUE(first.open(ComPort{0}, 115200, "8N1", CLASSIC_TIMES).ok);
   ASSERT_TRUE(first.open("/dev/ttyUSB0", 115200, "8n1", CLASSIC_TIMES).ok);
   first.close();
@@ -71,18 +75,9 @@ TEST(SerialTransport, OpeningAnotherPortReleasesTheFirst) {
   EXPECT_EQ(ports.serial_opens, (std::vector<std::string>{"COM1", "/dev/ttyUSB0", "COM1"}));
   EXPECT_EQ(ports.held, std::set<std::string>{"COM1"});
   EXPECT_EQ(ports.line, LineSettings{});  // 115200 8N1, DTR and RTS on
-}
-
-TEST(SerialTransport, SendAndReceiveNeedAnOpenPort) {
-  FakePortLayer ports;
-  SerialTransport transport(ports);
-  std::array<std::uint8_t, 12> buffer{};
-  EXPECT_EQ(transport.send(sequence(12)), Transport::SEND_FAILED);
-  EXPECT_EQ(transport.receive(buffer, 12, 0, {}), 0);
+  ports.write_result = -5;
+  EXPECT_EQ(second.send(sequence(12)), Transport::SEND_FAILED);
   EXPECT_EQ(ports.reads + ports.sleeps.size(), 0u);
-  ports.write_result = -5;  // a failing write
-  ASSERT_TRUE(transport.open(ComPort{0}, 115200, "8N1", CLASSIC_TIMES).ok);
-  EXPECT_EQ(transport.send(sequence(12)), Transport::SEND_FAILED);
 }
 
 struct ReceiveCase {
