@@ -3,11 +3,11 @@
 namespace pelmo {
 namespace {
 
-LinkDriver* bound_driver = nullptr;
+const LinkDriver* bound_driver = nullptr;
 
 }  // namespace
 
-ResultCode bind_link_driver(LinkDriver* driver) {
+ResultCode bind_link_driver(const LinkDriver* driver) {
   if (driver == nullptr) {
     return RC_NULL_POINTER;
   }
@@ -18,7 +18,11 @@ ResultCode bind_link_driver(LinkDriver* driver) {
   return RC_OK;
 }
 
-LinkDriver* bound_link_driver() {
+void unbind_link_driver() {
+  bound_driver = nullptr;
+}
+
+const LinkDriver* bound_link_driver() {
   return bound_driver;
 }
 

@@ -32,7 +32,7 @@ std::optional<Ipv4Address> choose_local_address(std::span<const Ipv4Address> hos
 }
 
 std::size_t list_local_addresses(port::PortLayer& ports, std::span<Ipv4Address> out) {
-  if (out.empty() || !ports.start_sockets(1, 1)) {
+  if (out.empty() || ports.start_sockets(1, 1).failed()) {
     return 0;
   }
   const std::vector<Ipv4Address> addresses = ports.host_addresses();

@@ -4,13 +4,26 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
+
+#include "pelmo/transport/serial_settings.hpp"
 
 // The port layer: the only place that calls the operating system's serial, socket and clock
 // functions. One interface, one backend per platform (posix/ or win32/), chosen at build time.
 // The transports above it hold the polling algorithms and are the same on every platform.
 namespace pelmo::port {
+
+// How many COM ports can be named by number: index 0 is COM1, index 15 is COM16.
+inline constexpr int COM_PORT_COUNT = 16;
+
+// A failed system call: its error code (errno, GetLastError, WSAGetLastError); 0 means success.
+struct OsError {
+  int code = 0;
+  bool address_in_use = false;  // a bind found the address and port held by another socket
+  bool failed() const { return code != 0; }
+};
 
 // An open serial device configured so that reads return at once with what has arrived.
 class SerialDevice {
@@ -20,6 +33,9 @@ class SerialDevice {
   virtual std::int32_t read(std::span<std::uint8_t> buffer) = 0;
   // Writes all bytes in one call: the count taken, or -1 on failure.
   virtual std::int32_t write(std::span<const std::uint8_t> bytes) = 0;
+  // Waits until a read would deliver something (or report a condition) or `timeout_ms` passes;
+  // true when something is there. Consumes nothing the next read would not deliver.
+  virtual bool wait_readable(std::uint32_t timeout_ms) = 0;
 };
 
 // The step of opening a serial port that failed, each with its own message in the transport.
@@ -37,33 +53,39 @@ struct Ipv4Endpoint {
   friend bool operator==(const Ipv4Endpoint&, const Ipv4Endpoint&) = default;
 };
 
-// An IPv4 datagram socket.
+// An IPv4 datagram socket whose receives never wait.
 class DatagramSocket {
  public:
   virtual ~DatagramSocket() = default;
-  virtual bool bind(const Ipv4Endpoint& local) = 0;
-  virtual bool set_non_blocking() = 0;
-  // The receive time-out option (seconds, microseconds); false when the option is refused.
-  virtual bool set_receive_timeout(std::uint32_t seconds, std::uint32_t microseconds) = 0;
+  virtual OsError bind(const Ipv4Endpoint& local) = 0;
   // One datagram to `to`: the count sent, or a negative value on failure.
   virtual std::int32_t send_to(const Ipv4Endpoint& to, std::span<const std::uint8_t> bytes) = 0;
   // One waiting datagram, cut to the buffer: its count and sender; 0 when none is waiting or on
   // any error (a reset after an unreachable port included).
   virtual std::int32_t receive_from(std::span<std::uint8_t> buffer, Ipv4Endpoint& from) = 0;
+  // Waits until a datagram (or an error) is waiting or `timeout_ms` passes; true when one is.
+  virtual bool wait_readable(std::uint32_t timeout_ms) = 0;
+};
+
+struct DatagramSocketResult {
+  std::unique_ptr<DatagramSocket> socket;  // null when the system refused one
+  OsError error;
 };
 
 class PortLayer {
  public:
   virtual ~PortLayer() = default;
 
-  // Opens serial port `port_index` (0 is COM1) and applies `settings`, a text such as
-  // "baud=115200 data=8 parity=n stop=1 dtr=on rts=on", exclusive access and non-blocking reads.
-  virtual SerialOpenResult open_serial(int port_index, std::string_view settings) = 0;
+  // The device behind COM<port_index + 1>; empty outside 0..COM_PORT_COUNT-1.
+  virtual std::string com_port_path(int port_index) = 0;
+  // Opens the serial device at `path` for this program alone, with `line` applied and reads that
+  // return at once.
+  virtual SerialOpenResult open_serial(const std::string& path, const LineSettings& line) = 0;
 
   // Starts and releases the socket library (a no-op where there is none).
-  virtual bool start_sockets(std::uint8_t major, std::uint8_t minor) = 0;
+  virtual OsError start_sockets(std::uint8_t major, std::uint8_t minor) = 0;
   virtual void stop_sockets() = 0;
-  virtual std::unique_ptr<DatagramSocket> open_datagram_socket() = 0;
+  virtual DatagramSocketResult open_datagram_socket() = 0;
   // The host's own IPv4 addresses, from its name, in the order the lookup gives them.
   virtual std::vector<std::array<std::uint8_t, 4>> host_addresses() = 0;
 

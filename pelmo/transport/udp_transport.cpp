@@ -1,6 +1,8 @@
 #include "pelmo/transport/udp_transport.hpp"
 
 #include <algorithm>
+#include <array>
+#include <string>
 #include <utility>
 
 namespace pelmo {
@@ -9,74 +11,78 @@ namespace {
 
 constexpr std::size_t MAX_CAPACITY = 0xFFFF;
 
-// The receive time-out option every receive sets: 0 s and 5000 us, one polling pause. It does not
-// change how the non-blocking socket behaves; a socket that refuses it is not used.
-constexpr std::uint32_t RECEIVE_TIMEOUT_SECONDS = 0;
-constexpr std::uint32_t RECEIVE_TIMEOUT_MICROSECONDS = 5000;
+std::string dotted(const Ipv4Address& address) {
+  std::string text;
+  for (const std::uint8_t byte : address) {
+    text += (text.empty() ? "" : ".") + std::to_string(byte);
+  }
+  return text;
+}
+
+std::string with_os_error(std::string text, const port::OsError& error) {
+  return text + " (os error " + std::to_string(error.code) + ")";
+}
 
 }  // namespace
 
 UdpTransport::UdpTransport(port::PortLayer& ports) : ports_(ports) {}
 
-UdpTransport::~UdpTransport() {
-  close();
-}
-
-int UdpTransport::open(Ipv4Address device_address, std::uint16_t port,
-                       std::int32_t first_byte_timeout_ms, std::int32_t inter_byte_timeout_ms,
-                       ProgressFunction progress) {
-  if (!ports_.start_sockets(2, 2)) {
-    return OPEN_FAILED;
+OpenResult UdpTransport::open(const port::Ipv4Endpoint& device, ResponseTimes times) {
+  if (const port::OsError error = ports_.start_sockets(2, 2); error.failed()) {
+    return OpenResult::failure(with_os_error("cannot start the socket library", error), error.code);
   }
-  std::unique_ptr<port::DatagramSocket> socket = ports_.open_datagram_socket();
-  if (!socket) {
-    return NO_SOCKET;
+  port::DatagramSocketResult created = ports_.open_datagram_socket();
+  if (!created.socket) {
+    ports_.stop_sockets();
+    return OpenResult::failure(with_os_error("cannot create a UDP socket", created.error),
+                               created.error.code);
   }
-  const port::Ipv4Endpoint destination{device_address, port};
   // The tool listens on the device's port number, on the interface facing the device when one
   // shares at least the first two address bytes with it, otherwise on all interfaces.
-  port::Ipv4Endpoint local{{0, 0, 0, 0}, port};
+  port::Ipv4Endpoint local{{0, 0, 0, 0}, device.port};
   std::array<Ipv4Address, MAX_LOCAL_ADDRESSES> host{};
   const std::size_t host_count = list_local_addresses(ports_, host);
-  if (const auto chosen = choose_local_address(std::span(host).first(host_count), device_address)) {
+  if (const auto chosen = choose_local_address(std::span(host).first(host_count), device.address)) {
     local.address = *chosen;
   }
-  if (!socket->bind(local)) {
-    return OPEN_FAILED;
+  if (const port::OsError error = created.socket->bind(local); error.failed()) {
+    created.socket.reset();
+    ports_.stop_sockets();
+    const std::string where =
+        "UDP port " + std::to_string(local.port) + " on " + dotted(local.address);
+    return OpenResult::failure(
+        with_os_error(error.address_in_use ? where + " is already in use by another program or link"
+                                           : "cannot bind " + where,
+                      error),
+        error.code);
   }
 
-  socket_ = std::move(socket);
-  destination_ = destination;
+  close();  // a link opened before on this object
+  socket_ = std::move(created.socket);
+  destination_ = device;
   local_address_ = local;
-  first_byte_timeout_ms_ = first_byte_timeout_ms;
-  inter_byte_timeout_ms_ = inter_byte_timeout_ms;
-  progress_ = std::move(progress);
-  return OPEN_OK;
+  times_ = times;
+  return OpenResult::success();
 }
 
 std::int32_t UdpTransport::send(std::span<const std::uint8_t> bytes) {
   if (!socket_) {
-    return 0;
+    return SEND_FAILED;
   }
   const std::int32_t sent = socket_->send_to(destination_, bytes);
-  return sent < 0 ? 0 : sent;
+  return sent < 0 ? SEND_FAILED : sent;
 }
 
 std::int32_t UdpTransport::receive(std::span<std::uint8_t> buffer, std::uint16_t min_count,
-                                   std::uint32_t timeout_ms) {
+                                   std::uint32_t timeout_ms, const ProgressFunction& idle) {
   if (!socket_) {
     return 0;
   }
-  socket_->set_non_blocking();  // every call; a refusal shows as nothing arriving
-  const std::int64_t first_byte_timeout =
-      timeout_ms == 0 ? first_byte_timeout_ms_ : static_cast<std::int64_t>(timeout_ms);
-  if (!socket_->set_receive_timeout(RECEIVE_TIMEOUT_SECONDS, RECEIVE_TIMEOUT_MICROSECONDS)) {
-    return 0;
-  }
+  const std::uint64_t first_byte_timeout = timeout_ms == 0 ? times_.first_byte_ms : timeout_ms;
   const std::size_t capacity = std::min(buffer.size(), MAX_CAPACITY);
 
   std::size_t received = 0;
-  std::int64_t idle_ms = 0;
+  std::uint64_t idle_ms = 0;
   // A datagram resets the idle time but not `last`, so the first empty poll after it also counts
   // the time since the empty poll before it.
   std::uint32_t last = ports_.tick_ms();
@@ -101,15 +107,15 @@ std::int32_t UdpTransport::receive(std::span<std::uint8_t> buffer, std::uint16_t
       const std::uint32_t now = ports_.tick_ms();
       idle_ms += static_cast<std::uint32_t>(now - last);  // the tick wraps
       last = now;
-      if (received > 0 && idle_ms >= inter_byte_timeout_ms_) {
+      if (received > 0 && idle_ms >= times_.quiet_ms) {
         return static_cast<std::int32_t>(received);
       }
       if (received == 0 && idle_ms >= first_byte_timeout) {
         return 0;
       }
     }
-    if (progress_) {
-      progress_();
+    if (idle) {
+      idle();
     }
   }
 }

@@ -87,10 +87,10 @@ TEST(CommandLine, OptionTable) {
     EXPECT_EQ(line->extra_timeout, c.extra) << shown;
     EXPECT_EQ(line->file_name, c.file) << shown;
     // The link's values follow the chosen link; a negative extra time-out counts as none.
-    const LinkDriver driver = make_link_driver(*line, {}, {}, {});
-    EXPECT_EQ(driver.chunk_size, c.com ? 244 : 1012) << shown;
-    EXPECT_EQ(driver.write_timeout_ms, c.com ? 200u : 4000u) << shown;
-    EXPECT_EQ(driver.extra_timeout_ms, static_cast<std::uint32_t>(std::max(c.extra, 0))) << shown;
+    const LinkProfile profile = link_profile(*line);
+    EXPECT_EQ(profile.chunk_size, c.com ? 244 : 1012) << shown;
+    EXPECT_EQ(profile.write_timeout_ms, c.com ? 200u : 4000u) << shown;
+    EXPECT_EQ(profile.extra_timeout_ms, static_cast<std::uint32_t>(std::max(c.extra, 0))) << shown;
   }
 }
 

@@ -1,17 +1,17 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdio>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "pelmo/protocol/link_driver.hpp"
 #include "pelmo/transport/port_layer.hpp"
 
 namespace pelmo::test {
@@ -25,40 +25,53 @@ inline Bytes sequence(std::size_t count, std::uint8_t first = 1) {
 }
 
 // One read of the fake serial line or socket: bytes (a datagram from `sender`), nothing when
-// `bytes` is empty, or a failing read; `elapse_ms` passes on the clock while the call runs.
+// `bytes` is empty, or a failing read.
 struct Poll {
   Bytes bytes{};
   port::Ipv4Endpoint sender{};
-  std::uint32_t elapse_ms = 0;
   bool fails = false;
 };
 
-// A port layer whose clock moves only when the code under test sleeps (or a read takes time).
-// The script of reads runs out into silence.
+// A port layer whose clock moves only when the code under test sleeps. The script of reads runs
+// out into silence. A serial device stays held, and refuses a second opener, until the object
+// that opened it lets it go.
 class FakePortLayer : public port::PortLayer {
  public:
   std::deque<Poll> polls;
   int reads = 0;
   std::optional<std::int32_t> write_result;  // overrides the count a write or send reports
+  std::vector<port::Ipv4Endpoint> sent_to;
 
   port::SerialOpenStatus serial_status = port::SerialOpenStatus::ok;
-  int serial_opens = 0;
-  bool start_result = true, socket_available = true, bind_result = true;
+  std::vector<std::string> serial_opens;  // the paths asked for
+  LineSettings line;                      // the settings of the last serial open
+  std::set<std::string> held;
+  port::OsError start_error, bind_error;
+  bool socket_available = true;
   std::vector<std::array<std::uint8_t, 4>> host;
 
   std::uint32_t now = 0;
   std::uint32_t oversleep_ms = 0;  // added to every sleep, as a loaded system would
   std::vector<std::uint32_t> sleeps;
 
-  port::SerialOpenResult open_serial(int, std::string_view) override {
-    ++serial_opens;
+  std::string com_port_path(int index) override { return "COM" + std::to_string(index + 1); }
+  port::SerialOpenResult open_serial(const std::string& path,
+                                     const LineSettings& settings) override {
+    serial_opens.push_back(path);
+    line = settings;
+    if (held.contains(path)) {
+      return {port::SerialOpenStatus::open_failed, nullptr, 16};
+    }
     const bool ok = serial_status == port::SerialOpenStatus::ok;
-    return {serial_status, ok ? std::make_unique<End>(*this) : nullptr};
+    return {serial_status, ok ? std::make_unique<End>(*this, path) : nullptr, ok ? 0 : 5};
   }
-  bool start_sockets(std::uint8_t, std::uint8_t) override { return start_result; }
+  port::OsError start_sockets(std::uint8_t, std::uint8_t) override { return start_error; }
   void stop_sockets() override {}
-  std::unique_ptr<port::DatagramSocket> open_datagram_socket() override {
-    return socket_available ? std::make_unique<End>(*this) : nullptr;
+  port::DatagramSocketResult open_datagram_socket() override {
+    if (!socket_available) {
+      return {nullptr, {24}};
+    }
+    return {std::make_unique<End>(*this, ""), {}};
   }
   std::vector<std::array<std::uint8_t, 4>> host_addresses() override { return host; }
   std::uint32_t tick_ms() override { return now; }
@@ -71,16 +84,18 @@ class FakePortLayer : public port::PortLayer {
   // One fake end serves as the serial device or the socket; either reads the same script.
   struct End final : port::SerialDevice, port::DatagramSocket {
     FakePortLayer& p;
-    explicit End(FakePortLayer& ports) : p(ports) {}
+    std::string path;
+    End(FakePortLayer& ports, std::string device) : p(ports), path(std::move(device)) {
+      p.held.insert(path);
+    }
+    ~End() override { p.held.erase(path); }
     // Like a real port, a read takes no more than it was offered; the rest of a poll is lost.
     std::int32_t receive_from(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) override {
       ++p.reads;
-      if (p.polls.empty()) {
-        return 0;
+      const Poll poll = p.polls.empty() ? Poll{} : p.polls.front();
+      if (!p.polls.empty()) {
+        p.polls.pop_front();
       }
-      const Poll poll = p.polls.front();
-      p.polls.pop_front();
-      p.now += poll.elapse_ms;
       const std::size_t count = std::min(buffer.size(), poll.bytes.size());
       std::copy_n(poll.bytes.begin(), count, buffer.begin());
       from = poll.sender;
@@ -93,12 +108,13 @@ class FakePortLayer : public port::PortLayer {
     std::int32_t write(std::span<const std::uint8_t> bytes) override {
       return p.write_result.value_or(static_cast<std::int32_t>(bytes.size()));
     }
-    std::int32_t send_to(const port::Ipv4Endpoint&, std::span<const std::uint8_t> bytes) override {
+    std::int32_t send_to(const port::Ipv4Endpoint& to,
+                         std::span<const std::uint8_t> bytes) override {
+      p.sent_to.push_back(to);
       return write(bytes);
     }
-    bool bind(const port::Ipv4Endpoint&) override { return p.bind_result; }
-    bool set_non_blocking() override { return true; }
-    bool set_receive_timeout(std::uint32_t, std::uint32_t) override { return true; }
+    port::OsError bind(const port::Ipv4Endpoint&) override { return p.bind_error; }
+    bool wait_readable(std::uint32_t) override { return !p.polls.empty(); }
   };
 };
 
@@ -107,7 +123,8 @@ class FakePortLayer : public port::PortLayer {
 template <class Transport>
 std::int32_t receive_script(Transport& transport, FakePortLayer& ports,
                             const std::vector<Poll>& script, std::size_t capacity,
-                            std::uint16_t min_count, std::uint32_t timeout_ms) {
+                            std::uint16_t min_count, std::uint32_t timeout_ms,
+                            const ProgressFunction& idle) {
   Bytes expected;
   for (const Poll& poll : script) {
     ports.polls.push_back(poll);
@@ -115,22 +132,11 @@ std::int32_t receive_script(Transport& transport, FakePortLayer& ports,
   }
   Bytes storage(capacity + 8, 0xEE);
   const std::int32_t result =
-      transport.receive(std::span(storage).first(capacity), min_count, timeout_ms);
+      transport.receive(std::span(storage).first(capacity), min_count, timeout_ms, idle);
   expected.resize(static_cast<std::size_t>(result));
   EXPECT_EQ(Bytes(storage.begin(), storage.begin() + result), expected);
   EXPECT_EQ(Bytes(storage.end() - 8, storage.end()), Bytes(8, 0xEE)) << "past the capacity";
   return result;
-}
-
-// Everything `action` writes to the stream it is given.
-inline std::string captured_output(const std::function<void(std::FILE*)>& action) {
-  std::FILE* stream = std::tmpfile();
-  action(stream);
-  std::string text(static_cast<std::size_t>(std::ftell(stream)), '\0');
-  std::rewind(stream);
-  text.resize(std::fread(text.data(), 1, text.size(), stream));
-  std::fclose(stream);
-  return text;
 }
 
 }  // namespace pelmo::test

@@ -10,18 +10,27 @@
 #include <string>
 
 #include "pelmo/transport/port_layer.hpp"
+#include "pelmo/transport/win32/win32_api.hpp"
 
 namespace pelmo::port {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-constexpr std::string_view LINE_SETTINGS = "baud=115200 data=8 parity=n stop=1 dtr=on rts=on";
+constexpr LineSettings LINE;  // 115200 8N1, DTR and RTS on
 constexpr int ERROR_FILE_NOT_FOUND_CODE = 2;
 // Datagram ports away from the device port, so a test run never meets a tool or simulator.
 constexpr Ipv4Endpoint A = {{127, 0, 0, 1}, 50731};
 constexpr Ipv4Endpoint B = {{127, 0, 0, 1}, 50732};
 constexpr Ipv4Endpoint CLOSED = {{127, 0, 0, 1}, 50733};
 PortLayer& layer = system_port_layer();
+
+// Waits `timeout_ms` on `wait`; how long it took.
+template <typename Wait>
+std::uint32_t waited_ms(bool expected, std::uint32_t timeout_ms, Wait wait) {
+  const std::uint32_t start = layer.tick_ms();
+  EXPECT_EQ(expected, wait(timeout_ms));
+  return layer.tick_ms() - start;
+}
 
 // Calls `read` every 5 ms until `count` bytes are in or two seconds have passed.
 template <typename Read>
@@ -55,59 +64,56 @@ class SerialDeviceTest : public ::testing::Test {
 };
 
 // COM10 and up open only through the "\\.\" device prefix; the peer wires one port on each side
-// of that line. Reads hand over what has arrived without waiting for more.
+// of that line. Reads hand over what has arrived without waiting for more; the wait sleeps until
+// the echo is back, and the byte it took comes first in the next read.
 TEST_F(SerialDeviceTest, WiredPortsCarryEveryByteAndNeverWaitForData) {
   for (const int com : ports_) {
     SCOPED_TRACE(com);
-    SerialOpenResult opened = layer.open_serial(com - 1, LINE_SETTINGS);
+    SerialOpenResult opened = layer.open_serial(layer.com_port_path(com - 1), LINE);
     ASSERT_EQ(SerialOpenStatus::ok, opened.status) << "os error " << opened.os_error;
+    SerialDevice& device = *opened.device;
     std::array<std::uint8_t, 64> empty{};
     const std::uint32_t start = layer.tick_ms();
     for (int poll = 0; poll < 20; ++poll) {
-      EXPECT_EQ(0, opened.device->read(empty));
+      EXPECT_EQ(0, device.read(empty));
     }
     EXPECT_LT(layer.tick_ms() - start, 500u);  // waiting reads would take seconds, or forever
+    EXPECT_GE(waited_ms(false, 100, [&](auto t) { return device.wait_readable(t); }), 90u);
     Bytes request(300);
     for (std::size_t i = 0; i < request.size(); ++i) {
       request[i] = static_cast<std::uint8_t>(i * 7 + com);  // every byte value, CR and LF too
     }
-    EXPECT_EQ(300, opened.device->write(request));
-    EXPECT_EQ(request, poll_for(300, [&](auto into) { return opened.device->read(into); }));
+    EXPECT_EQ(300, device.write(request));
+    EXPECT_LT(waited_ms(true, 3000, [&](auto t) { return device.wait_readable(t); }), 2000u);
+    EXPECT_EQ(0, device.read(std::span(empty).first(0)));  // the kept byte waits for room
+    EXPECT_EQ(request, poll_for(300, [&](auto into) { return device.read(into); }));
   }
 }
 
 TEST_F(SerialDeviceTest, FailedStepsAreReportedWithTheSystemError) {
-  const int wired = ports_.front() - 1;
-  const struct {
-    int port_index;
-    std::string_view settings;
-    SerialOpenStatus status;
-  } cases[] = {
-      {15, LINE_SETTINGS, SerialOpenStatus::open_failed},  // COM16, no device behind it
-      {16, LINE_SETTINGS, SerialOpenStatus::open_failed},  // past COM16
-      {-5, LINE_SETTINGS, SerialOpenStatus::open_failed},
-      {wired, "baud=fast data=8", SerialOpenStatus::settings_failed},
-      // Nothing sets the data bits, so they stay 0 in the cleared control block.
-      {wired, "baud=115200 parity=n stop=1", SerialOpenStatus::config_failed},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.settings);
-    const SerialOpenResult opened = layer.open_serial(c.port_index, c.settings);
-    EXPECT_EQ(c.status, opened.status);
-    EXPECT_EQ(nullptr, opened.device);
-    const bool not_found = c.status == SerialOpenStatus::open_failed;
-    EXPECT_EQ(not_found, opened.os_error == ERROR_FILE_NOT_FOUND_CODE) << opened.os_error;
-    EXPECT_NE(0, opened.os_error);
-  }
+  EXPECT_EQ("", layer.com_port_path(16));  // past COM16
+  EXPECT_EQ("", layer.com_port_path(-1));
+  const SerialOpenResult absent = layer.open_serial(layer.com_port_path(15), LINE);  // COM16
+  EXPECT_EQ(SerialOpenStatus::open_failed, absent.status);
+  EXPECT_EQ(ERROR_FILE_NOT_FOUND_CODE, absent.os_error);
+  // Nine data bits: the control block refuses them, and the port is closed again.
+  const SerialOpenResult refused =
+      layer.open_serial(layer.com_port_path(ports_[0] - 1), {115200, 9, Parity::none, 1});
+  EXPECT_NE(SerialOpenStatus::ok, refused.status);
+  EXPECT_NE(0, refused.os_error);
+  EXPECT_EQ(SerialOpenStatus::ok,
+            layer.open_serial(layer.com_port_path(ports_[0] - 1), LINE).status);
 }
 
 // Winsock reports a datagram larger than the buffer, and (on Windows, not Wine) the receive after
 // a datagram met a closed port, as errors: both read as nothing and the socket goes on.
 TEST(DatagramSocketTest, DatagramsArriveWholeWithTheirSenderAndErrorsReadAsNothing) {
-  ASSERT_TRUE(layer.start_sockets(2, 2));
-  std::unique_ptr<DatagramSocket> a = layer.open_datagram_socket();
-  std::unique_ptr<DatagramSocket> b = layer.open_datagram_socket();
-  ASSERT_TRUE(a && a->bind(A) && a->set_non_blocking() && b && b->bind(B));
+  ASSERT_FALSE(layer.start_sockets(2, 2).failed());
+  std::unique_ptr<DatagramSocket> a = layer.open_datagram_socket().socket;
+  std::unique_ptr<DatagramSocket> b = layer.open_datagram_socket().socket;
+  ASSERT_TRUE(a && b && !a->bind(A).failed() && !b->bind(B).failed());
+  EXPECT_EQ(WSAEADDRINUSE, layer.open_datagram_socket().socket->bind(A).code);
+  EXPECT_GE(waited_ms(false, 100, [&](auto t) { return a->wait_readable(t); }), 90u);
   Bytes datagram(1024);
   for (std::size_t i = 0; i < datagram.size(); ++i) {
     datagram[i] = static_cast<std::uint8_t>(i);
@@ -115,7 +121,7 @@ TEST(DatagramSocketTest, DatagramsArriveWholeWithTheirSenderAndErrorsReadAsNothi
   ASSERT_EQ(1, a->send_to(CLOSED, std::span(datagram).first(1)));
   ASSERT_EQ(100, b->send_to(A, std::span(datagram).first(100)));
   ASSERT_EQ(1024, b->send_to(A, datagram));
-  layer.sleep_ms(50);
+  EXPECT_TRUE(a->wait_readable(2000));
   std::array<std::uint8_t, 10> small{};
   Ipv4Endpoint from;
   EXPECT_EQ(0, a->receive_from(small, from));

@@ -3,13 +3,15 @@
 #if defined(__linux__)
 #include <asm/termbits.h>
 #include <sys/ioctl.h>
+#else
+#include <termios.h>
 #endif
 
 namespace pelmo::port::posix {
 
 #if defined(__linux__)
 
-bool set_custom_speed(int fd, std::uint32_t baud_rate) {
+bool set_line_speed(int fd, std::uint32_t baud_rate) {
   struct termios2 settings {};
   if (ioctl(fd, TCGETS2, &settings) != 0) {
     return false;
@@ -28,8 +30,16 @@ bool set_custom_speed(int fd, std::uint32_t baud_rate) {
 
 #else
 
-bool set_custom_speed(int, std::uint32_t) {
-  return false;
+// The BSDs and macOS take the speed in bits per second as their speed value.
+bool set_line_speed(int fd, std::uint32_t baud_rate) {
+  termios settings{};
+  if (tcgetattr(fd, &settings) != 0 || cfsetispeed(&settings, baud_rate) != 0 ||
+      cfsetospeed(&settings, baud_rate) != 0 || tcsetattr(fd, TCSANOW, &settings) != 0) {
+    return false;
+  }
+  termios applied{};
+  return tcgetattr(fd, &applied) == 0 && cfgetospeed(&applied) == baud_rate &&
+         cfgetispeed(&applied) == baud_rate;
 }
 
 #endif

@@ -1,12 +1,14 @@
 #include "pelmo/transport/posix/datagram_socket.hpp"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+
+#include "pelmo/transport/posix/wait_readable.hpp"
 
 namespace pelmo::port::posix {
 
@@ -27,21 +29,12 @@ class PosixDatagramSocket final : public DatagramSocket {
   PosixDatagramSocket& operator=(const PosixDatagramSocket&) = delete;
   ~PosixDatagramSocket() override { ::close(fd_); }
 
-  bool bind(const Ipv4Endpoint& local) override {
+  OsError bind(const Ipv4Endpoint& local) override {
     const sockaddr_in address = to_sockaddr(local);
-    return ::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  }
-
-  bool set_non_blocking() override {
-    const int flags = fcntl(fd_, F_GETFL);
-    return flags >= 0 && fcntl(fd_, F_SETFL, flags | O_NONBLOCK) == 0;
-  }
-
-  bool set_receive_timeout(std::uint32_t seconds, std::uint32_t microseconds) override {
-    timeval timeout{};
-    timeout.tv_sec = static_cast<time_t>(seconds);
-    timeout.tv_usec = static_cast<suseconds_t>(microseconds);
-    return setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) == 0;
+    if (::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+      return {};
+    }
+    return {errno, errno == EADDRINUSE};
   }
 
   std::int32_t send_to(const Ipv4Endpoint& to, std::span<const std::uint8_t> bytes) override {
@@ -54,8 +47,7 @@ class PosixDatagramSocket final : public DatagramSocket {
   std::int32_t receive_from(std::span<std::uint8_t> buffer, Ipv4Endpoint& from) override {
     sockaddr_in address{};
     socklen_t length = sizeof address;
-    // MSG_DONTWAIT keeps the poll from blocking even if the caller never set non-blocking mode.
-    const ssize_t count = recvfrom(fd_, buffer.data(), buffer.size(), MSG_DONTWAIT,
+    const ssize_t count = recvfrom(fd_, buffer.data(), buffer.size(), 0,
                                    reinterpret_cast<sockaddr*>(&address), &length);
     if (count <= 0) {
       return 0;  // nothing waiting, an error, or an empty datagram: all read as silence
@@ -68,18 +60,23 @@ class PosixDatagramSocket final : public DatagramSocket {
     return static_cast<std::int32_t>(count);
   }
 
+  bool wait_readable(std::uint32_t timeout_ms) override {
+    return posix::wait_readable(fd_, timeout_ms);
+  }
+
  private:
   int fd_;
 };
 
 }  // namespace
 
-std::unique_ptr<DatagramSocket> open_datagram_socket() {
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+DatagramSocketResult open_datagram_socket() {
+  // Non-blocking from the start: a receive returns at once when no datagram is waiting.
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (fd < 0) {
-    return nullptr;
+    return {nullptr, {errno}};
   }
-  return std::make_unique<PosixDatagramSocket>(fd);
+  return {std::make_unique<PosixDatagramSocket>(fd), {}};
 }
 
 }  // namespace pelmo::port::posix

@@ -6,7 +6,7 @@
 
 namespace pelmo::port::posix {
 
-// A new IPv4 datagram socket, or null when the system refuses one.
-std::unique_ptr<DatagramSocket> open_datagram_socket();
+// A new non-blocking IPv4 datagram socket, or the system's reason for refusing one.
+DatagramSocketResult open_datagram_socket();
 
 }  // namespace pelmo::port::posix

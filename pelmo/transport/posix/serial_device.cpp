@@ -13,38 +13,11 @@
 #include <utility>
 
 #include "pelmo/transport/posix/custom_speed.hpp"
-#include "pelmo/transport/posix/serial_path.hpp"
-#include "pelmo/transport/serial_settings.hpp"
+#include "pelmo/transport/posix/wait_readable.hpp"
 
 namespace pelmo::port::posix {
 
 namespace {
-
-struct SpeedEntry {
-  std::int32_t baud_rate;
-  speed_t speed;
-};
-
-constexpr SpeedEntry STANDARD_SPEEDS[] = {
-    {110, B110},         {300, B300},     {600, B600},       {1200, B1200},
-    {2400, B2400},       {4800, B4800},   {9600, B9600},     {19200, B19200},
-    {38400, B38400},     {57600, B57600}, {115200, B115200},
-#if defined(B500000)
-    {500000, B500000},
-#endif
-#if defined(B1000000)
-    {1000000, B1000000},
-#endif
-};
-
-std::optional<speed_t> standard_speed(std::int32_t baud_rate) {
-  for (const SpeedEntry& entry : STANDARD_SPEEDS) {
-    if (entry.baud_rate == baud_rate) {
-      return entry.speed;
-    }
-  }
-  return std::nullopt;
-}
 
 // How long a write may make no progress (the far end reads nothing) before it gives up with what
 // was taken; a port without flow control never gets there.
@@ -94,6 +67,10 @@ class PosixSerialDevice final : public SerialDevice {
     return static_cast<std::int32_t>(written);
   }
 
+  bool wait_readable(std::uint32_t timeout_ms) override {
+    return posix::wait_readable(fd_, timeout_ms);
+  }
+
  private:
   int fd_;
 };
@@ -141,14 +118,11 @@ bool apply_line_settings(int fd, const LineSettings& line) {
   if (line.stop_bits == 2) {
     wanted.c_cflag |= CSTOPB;
   }
-  const std::optional<speed_t> speed = standard_speed(line.baud_rate);
-  // A speed without a constant is set afterwards; the placeholder keeps the line usable meanwhile.
-  const speed_t requested = speed.value_or(B38400);
-  if (cfsetispeed(&wanted, requested) != 0 || cfsetospeed(&wanted, requested) != 0 ||
-      tcsetattr(fd, TCSANOW, &wanted) != 0) {
+  // The speed is set afterwards, in bits per second.
+  if (tcsetattr(fd, TCSANOW, &wanted) != 0) {
     return false;
   }
-  if (!speed && !set_custom_speed(fd, static_cast<std::uint32_t>(line.baud_rate))) {
+  if (!set_line_speed(fd, static_cast<std::uint32_t>(line.baud_rate))) {
     errno = errno == 0 ? EINVAL : errno;
     return false;
   }
@@ -158,8 +132,7 @@ bool apply_line_settings(int fd, const LineSettings& line) {
   }
   const bool same =
       (applied.c_cflag & CHECKED_CONTROL_BITS) == (wanted.c_cflag & CHECKED_CONTROL_BITS) &&
-      (applied.c_lflag & (ICANON | ECHO | ISIG)) == 0 &&
-      (!speed || (cfgetispeed(&applied) == *speed && cfgetospeed(&applied) == *speed));
+      (applied.c_lflag & (ICANON | ECHO | ISIG)) == 0;
   if (!same) {
     errno = EINVAL;
     return false;
@@ -203,8 +176,7 @@ bool apply_read_timeouts(int fd) {
 
 }  // namespace
 
-SerialOpenResult open_serial_device(int port_index, std::string_view settings) {
-  const std::string path = serial_device_path(port_index);
+SerialOpenResult open_serial_device(const std::string& path, const LineSettings& line) {
   const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     return failure(SerialOpenStatus::open_failed, errno);
@@ -224,12 +196,8 @@ SerialOpenResult open_serial_device(int port_index, std::string_view settings) {
   // From here the device object owns the descriptor and clears the exclusive flag when dropped.
   auto device = std::make_unique<PosixSerialDevice>(fd);
 
-  const std::optional<LineSettings> line = parse_line_settings(settings);
-  if (!line) {
-    return failure(SerialOpenStatus::settings_failed, EINVAL);
-  }
   errno = 0;
-  if (!apply_line_settings(fd, *line) || !apply_modem_lines(fd, *line)) {
+  if (!apply_line_settings(fd, line) || !apply_modem_lines(fd, line)) {
     return failure(SerialOpenStatus::config_failed, errno);
   }
   if (!apply_read_timeouts(fd)) {

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <string_view>
+#include <string>
 
 #include "pelmo/transport/port_layer.hpp"
 
 namespace pelmo::port::posix {
 
-// Opens COM<port_index + 1> (see serial_device_path) for exclusive use, in raw mode with the line
-// settings of `settings`, with reads that return at once. The step that failed decides the status.
-SerialOpenResult open_serial_device(int port_index, std::string_view settings);
+// Opens the serial device at `path` for exclusive use, in raw mode with `line`, with reads that
+// return at once. The step that failed decides the status.
+SerialOpenResult open_serial_device(const std::string& path, const LineSettings& line);
 
 }  // namespace pelmo::port::posix

@@ -6,6 +6,7 @@
 #include "pelmo/transport/posix/datagram_socket.hpp"
 #include "pelmo/transport/posix/host_addresses.hpp"
 #include "pelmo/transport/posix/serial_device.hpp"
+#include "pelmo/transport/posix/serial_path.hpp"
 
 namespace pelmo::port {
 
@@ -13,17 +14,19 @@ namespace {
 
 class PosixPortLayer final : public PortLayer {
  public:
-  SerialOpenResult open_serial(int port_index, std::string_view settings) override {
-    return posix::open_serial_device(port_index, settings);
+  std::string com_port_path(int port_index) override {
+    return posix::serial_device_path(port_index);
+  }
+
+  SerialOpenResult open_serial(const std::string& path, const LineSettings& line) override {
+    return posix::open_serial_device(path, line);
   }
 
   // POSIX sockets need no library start-up.
-  bool start_sockets(std::uint8_t, std::uint8_t) override { return true; }
+  OsError start_sockets(std::uint8_t, std::uint8_t) override { return {}; }
   void stop_sockets() override {}
 
-  std::unique_ptr<DatagramSocket> open_datagram_socket() override {
-    return posix::open_datagram_socket();
-  }
+  DatagramSocketResult open_datagram_socket() override { return posix::open_datagram_socket(); }
 
   std::vector<std::array<std::uint8_t, 4>> host_addresses() override {
     return posix::host_addresses();

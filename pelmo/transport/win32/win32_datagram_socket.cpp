@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "pelmo/transport/win32/win32_api.hpp"
 
@@ -40,25 +41,13 @@ class Win32DatagramSocket final : public DatagramSocket {
   Win32DatagramSocket(const Win32DatagramSocket&) = delete;
   Win32DatagramSocket& operator=(const Win32DatagramSocket&) = delete;
 
-  bool bind(const Ipv4Endpoint& local) override {
+  OsError bind(const Ipv4Endpoint& local) override {
     const sockaddr_in address = to_socket_address(local);
-    return ::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-  }
-
-  bool set_non_blocking() override {
-    u_long enabled = 1;
-    return ioctlsocket(socket_, FIONBIO, &enabled) == 0;
-  }
-
-  bool set_receive_timeout(std::uint32_t seconds, std::uint32_t microseconds) override {
-    // The option is handed over as the 8-byte (seconds, microseconds) pair the transport asks
-    // for. Winsock reads its first word as milliseconds, so (0, 5000) means "no limit"; on a
-    // non-blocking socket the option changes nothing either way, only its acceptance counts.
-    timeval value{};
-    value.tv_sec = static_cast<long>(seconds);
-    value.tv_usec = static_cast<long>(microseconds);
-    return setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&value),
-                      sizeof(value)) == 0;
+    if (::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+      return {};
+    }
+    const int error = WSAGetLastError();
+    return {error, error == WSAEADDRINUSE};
   }
 
   std::int32_t send_to(const Ipv4Endpoint& to, std::span<const std::uint8_t> bytes) override {
@@ -85,18 +74,34 @@ class Win32DatagramSocket final : public DatagramSocket {
     return received;
   }
 
+  bool wait_readable(std::uint32_t timeout_ms) override {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(socket_, &readable);
+    timeval timeout{};
+    timeout.tv_sec = static_cast<long>(timeout_ms / 1000);
+    timeout.tv_usec = static_cast<long>(timeout_ms % 1000) * 1000;
+    return select(0, &readable, nullptr, nullptr, &timeout) > 0;
+  }
+
  private:
   SOCKET socket_;
 };
 
 }  // namespace
 
-std::unique_ptr<DatagramSocket> open_datagram_socket() {
+DatagramSocketResult open_datagram_socket() {
   const SOCKET socket = ::socket(AF_INET, SOCK_DGRAM, 0);
   if (socket == INVALID_SOCKET) {
-    return nullptr;
+    return {nullptr, {WSAGetLastError()}};
   }
-  return std::make_unique<Win32DatagramSocket>(socket);
+  auto owned = std::make_unique<Win32DatagramSocket>(socket);
+  // Non-blocking from the start: a receive returns at once when no datagram is waiting.
+  u_long enabled = 1;
+  if (ioctlsocket(socket, FIONBIO, &enabled) != 0) {
+    return {nullptr, {WSAGetLastError()}};
+  }
+  return {std::move(owned), {}};
 }
 
 }  // namespace pelmo::port::win32

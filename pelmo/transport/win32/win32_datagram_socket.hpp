@@ -6,8 +6,8 @@
 
 namespace pelmo::port::win32 {
 
-// A fresh IPv4 datagram socket, or null when none can be created. The socket library must have
-// been started.
-std::unique_ptr<DatagramSocket> open_datagram_socket();
+// A fresh non-blocking IPv4 datagram socket, or the reason none could be created. The socket
+// library must have been started.
+DatagramSocketResult open_datagram_socket();
 
 }  // namespace pelmo::port::win32

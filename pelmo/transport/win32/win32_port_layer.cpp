@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "pelmo/transport/port_layer.hpp"
@@ -16,27 +17,21 @@ namespace {
 
 class Win32PortLayer final : public PortLayer {
  public:
-  SerialOpenResult open_serial(int port_index, std::string_view settings) override {
-    const std::string_view path = win32::com_port_path(port_index);
-    if (path.empty()) {
-      SerialOpenResult result;
-      result.status = SerialOpenStatus::open_failed;
-      result.os_error = ERROR_FILE_NOT_FOUND;
-      return result;
-    }
-    return win32::open_serial_device(path, settings);
+  std::string com_port_path(int port_index) override { return win32::com_port_path(port_index); }
+
+  SerialOpenResult open_serial(const std::string& path, const LineSettings& line) override {
+    return win32::open_serial_device(path, line);
   }
 
-  bool start_sockets(std::uint8_t major, std::uint8_t minor) override {
+  OsError start_sockets(std::uint8_t major, std::uint8_t minor) override {
     WSADATA data{};
-    return WSAStartup(MAKEWORD(major, minor), &data) == 0;
+    // WSAStartup returns its error rather than setting the last error.
+    return {WSAStartup(MAKEWORD(major, minor), &data)};
   }
 
   void stop_sockets() override { WSACleanup(); }
 
-  std::unique_ptr<DatagramSocket> open_datagram_socket() override {
-    return win32::open_datagram_socket();
-  }
+  DatagramSocketResult open_datagram_socket() override { return win32::open_datagram_socket(); }
 
   std::vector<std::array<std::uint8_t, 4>> host_addresses() override {
     std::vector<std::array<std::uint8_t, 4>> addresses;

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <variant>
+
+#include "pelmo/protocol/link_driver.hpp"
+#include "pelmo/transport/link_profile.hpp"
+#include "pelmo/transport/port_layer.hpp"
+#include "pelmo/transport/serial_transport.hpp"
+#include "pelmo/transport/transport.hpp"
+#include "pelmo/transport/udp_transport.hpp"
+
+namespace pelmo {
+
+// A device reached over UDP/IPv4; the host listens on the same port number.
+struct UdpDevice {
+  Ipv4Address address{};
+  std::uint16_t port = DEVICE_UDP_PORT;
+};
+
+// Where a device is: a serial port (a COM number or a device path) or a UDP endpoint.
+using DeviceAddress = std::variant<SerialPort, UdpDevice>;
+
+// The link to one device: it opens the transport, owns it, drives it with one LinkProfile and
+// gives the commands the LinkDriver they take. One object per device; several may be open at once.
+// The LinkDriver refers to this object, so it neither moves nor copies.
+//
+// A new kind of transport implements Transport (transport.hpp), adds its address to
+// DeviceAddress and its open to DeviceLink::open.
+class DeviceLink {
+ public:
+  // `progress` is called while a transport waits and after each step the device acknowledged.
+  explicit DeviceLink(port::PortLayer& ports, ProgressFunction progress = {});
+  DeviceLink(const DeviceLink&) = delete;
+  DeviceLink& operator=(const DeviceLink&) = delete;
+  ~DeviceLink();
+
+  // Opens the device's transport (the serial line at 115200 8N1) with `profile`'s response times.
+  // A link already open is closed first.
+  OpenResult open(const DeviceAddress& device, const LinkProfile& profile);
+  void close();
+  bool is_open() const { return transport_ != nullptr && transport_->is_open(); }
+
+  // The driver the commands take; null while the link is closed.
+  const LinkDriver* driver() const { return is_open() ? &driver_ : nullptr; }
+  Transport* transport() const { return transport_.get(); }
+
+ private:
+  port::PortLayer& ports_;
+  std::unique_ptr<Transport> transport_;
+  LinkDriver driver_;  // send and receive reach transport_; progress is the one callback
+};
+
+}  // namespace pelmo
