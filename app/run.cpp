@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 
+#include "app/link_binding.hpp"
 #include "app/operation_handlers.hpp"
 #include "app/usage.hpp"
 #include "pelmo/transport/device_link.hpp"
@@ -12,24 +13,6 @@ namespace {
 
 constexpr int EXIT_OK = 0;
 constexpr int EXIT_FAILED = -1;
-
-// The run's link, bound for the library while the run lasts and forgotten when it ends, so no
-// pointer to the link outlives it.
-class LinkBinding {
- public:
-  explicit LinkBinding(const LinkDriver* driver) : result_(bind_link_driver(driver)) {}
-  LinkBinding(const LinkBinding&) = delete;
-  LinkBinding& operator=(const LinkBinding&) = delete;
-  ~LinkBinding() {
-    if (result_ == RC_OK) {
-      unbind_link_driver();
-    }
-  }
-  ResultCode result() const { return result_; }
-
- private:
-  ResultCode result_;
-};
 
 DeviceAddress device_address(const CommandLine& command_line) {
   if (command_line.uses_udp()) {

@@ -42,15 +42,4 @@ inline bool link_usable(const LinkDriver* driver) {
   return driver != nullptr && driver->send && driver->receive;
 }
 
-// The process-wide binding of the command-line program, which reaches its one link through it:
-// a pointer to a record its caller keeps alive. Binding again replaces it; a record without send
-// or receive is refused and the earlier binding stays. The library itself never looks at it.
-ResultCode bind_link_driver(const LinkDriver* driver);
-
-// Forgets the bound record; the program does so before the record goes away.
-void unbind_link_driver();
-
-// The bound record, or null before any successful bind and after unbind_link_driver.
-const LinkDriver* bound_link_driver();
-
 }  // namespace pelmo

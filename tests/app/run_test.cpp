@@ -4,9 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "app/link_binding.hpp"
 #include "app/run.hpp"
-#include "pelmo/protocol/link_driver.hpp"
 #include "tests/app/sandbox.hpp"
+#include "tests/support/scripted_device.hpp"
 #include "tests/transport/fake_port_layer.hpp"
 
 namespace pelmo {
@@ -46,6 +47,23 @@ TEST(Run, SerialPortThatCannotBeSetUpEndsTheRunAtOnce) {
   EXPECT_EQ(ports.serial_opens, std::vector<std::string>{"COM12"});
   EXPECT_EQ(box.console_text(),
             BANNER + "unable to set comport cfg settings\nCan not open comport\n");
+}
+
+TEST(BindLinkDriver, RefusalsKeepTheEarlierBinding) {
+  test_support::ScriptedDevice device;
+  LinkDriver without_progress = device.link();
+  without_progress.progress = nullptr;
+  ASSERT_EQ(bind_link_driver(&without_progress), RC_OK);
+  EXPECT_EQ(bind_link_driver(nullptr), RC_NULL_POINTER);
+  LinkDriver broken = device.link();
+  broken.receive = nullptr;
+  EXPECT_EQ(bind_link_driver(&broken), RC_NO_DRIVER);
+  broken.receive = device.link().receive;
+  broken.send = nullptr;
+  EXPECT_EQ(bind_link_driver(&broken), RC_NO_DRIVER);
+  EXPECT_EQ(bound_link_driver(), &without_progress);
+  ASSERT_EQ(bind_link_driver(&device.link()), RC_OK);
+  EXPECT_EQ(bound_link_driver(), &device.link());
 }
 
 }  // namespace

@@ -60,22 +60,5 @@ TEST(Exchange, FlushDrainsStaleInputBeforeSending) {
   EXPECT_EQ(device.receives()[3].result, 12);
 }
 
-TEST(BindLinkDriver, RefusalsKeepTheEarlierBinding) {
-  ScriptedDevice device;
-  LinkDriver without_progress = device.link();
-  without_progress.progress = nullptr;
-  ASSERT_EQ(bind_link_driver(&without_progress), RC_OK);
-  EXPECT_EQ(bind_link_driver(nullptr), RC_NULL_POINTER);
-  LinkDriver broken = device.link();
-  broken.receive = nullptr;
-  EXPECT_EQ(bind_link_driver(&broken), RC_NO_DRIVER);
-  broken.receive = device.link().receive;
-  broken.send = nullptr;
-  EXPECT_EQ(bind_link_driver(&broken), RC_NO_DRIVER);
-  EXPECT_EQ(bound_link_driver(), &without_progress);
-  ASSERT_EQ(bind_link_driver(&device.link()), RC_OK);
-  EXPECT_EQ(bound_link_driver(), &device.link());
-}
-
 }  // namespace
 }  // namespace pelmo

@@ -1,4 +1,4 @@
-#include "pelmo/protocol/link_driver.hpp"
+#include "app/link_binding.hpp"
 
 namespace pelmo {
 namespace {
