@@ -39,17 +39,6 @@ std::pair<ResultCode, std::array<std::uint8_t, FACTORY_TABLE_SIZE>> parse(std::s
   return {code, to_wire(table)};
 }
 
-TEST(ParseFactoryTable, CompleteFilesFillEveryByte) {
-  EXPECT_EQ(parse(BASE + MAC + IPV4), std::pair(RC_OK, to_wire(FULL)));
-  // The six-number form: address, mask and gateway of six bytes each, then the flag.
-  auto six = to_wire(FULL);
-  const std::uint8_t fields[] = {10, 0, 0,  1, 2, 3, 255, 255, 255, 255,
-                                 0,  0, 10, 0, 0, 1, 2,   254, 1};
-  std::copy(std::begin(fields), std::end(fields), six.begin() + offsetof(FactoryTable, ip_addr));
-  EXPECT_EQ(parse(BASE + MAC + IPV6), std::pair(RC_OK, six));
-}
-
-// Each text gives its code and fills the same table as `same_as` (unless that is empty).
 TEST(ParseFactoryTable, Rules) {
   struct Case {
     std::string text;
@@ -108,29 +97,6 @@ TEST(ParseTextValue, QuotesWordsAndCuts) {
     std::string expected = value.value_or(std::string(32, '?'));
     expected.resize(32, '\0');
     EXPECT_EQ(field, expected) << text;
-  }
-}
-
-std::string printed(const std::function<void(std::FILE*)>& print) {
-  std::FILE* file = std::tmpfile();
-  print(file);
-  std::rewind(file);
-  std::string text(4096, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), file));
-  std::fclose(file);
-  return text;
-}
-
-// The file form parses back to the table it was printed from.
-TEST(PrintFactoryTable, FileParsesBack) {
-  FactoryTable extremes{};
-  parse_factory_table(BASE + MAC + IPV6, extremes);
-  std::string(31, 'z').copy(extremes.sn, 31);
-  extremes.hw = 65535;
-  for (const FactoryTable& table : {FULL, extremes}) {
-    const std::string text =
-        printed([&](std::FILE* out) { print_factory_table(table, nullptr, out); });
-    EXPECT_EQ(parse(text), std::pair(RC_OK, to_wire(table))) << text;
   }
 }
 

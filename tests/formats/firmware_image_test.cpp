@@ -30,10 +30,6 @@ TEST(FirmwareImage, LoadsByKindWithinTheBuffer) {
       {"fw.bin", "\x01\x02\x03", {}, loaded, 3, "\x01\x02\x03"},
       // The buffer's first bytes are kept; the caller decides whether that is a cut or a refusal.
       {"fw.bin", std::string(17, 'x'), {}, too_large, 16, std::string(16, 'x')},
-      {"fw.bin", "", {}, empty, 0, ""},
-      {"fw.BIN", "x", {}, unknown_kind, 0, ""},
-      {"image.bin.hex", "raw", {}, loaded, 3, "raw"},
-      {"gone.hex", {}, MIB, cannot_open, 0, ""},
       // Records placed from the area's address, the gap between them left erased.
       {"fw.hex.txt", LINEAR_0800 + ":040000001122334452\r\n:02000800AABB91\r\n" + HEX_END, MIB,
        loaded, 10, "\x11\x22\x33\x44\xFF\xFF\xFF\xFF\xAA\xBB"},

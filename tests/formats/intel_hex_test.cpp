@@ -113,42 +113,5 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"EndBeforeData", END + DATA, 0x20000, 4, {}, no_data, 1}),
     [](const testing::TestParamInfo<FileCase>& info) { return std::string(info.param.name); });
 
-// Files that common HEX tools write from a 1 MiB binary load back byte for byte. Below 1 MiB
-// objcopy writes segment (02) records; srec_cat writes linear (04) records, here with CR LF line
-// ends and full 255-byte records. {} stands for the binary, then the HEX file.
-class HexFromTool : public testing::TestWithParam<std::pair<const char*, std::uint32_t>> {};
-
-TEST_P(HexFromTool, LoadsTheSameBytesAsTheBinary) {
-  std::string command = GetParam().first;
-  const std::string tool = command.substr(0, command.find(' '));
-  if (std::system(("command -v " + tool + " >/dev/null").c_str()) != 0) {
-    GTEST_SKIP() << tool << " is not installed";
-  }
-  const std::filesystem::path dir = std::filesystem::path(testing::TempDir()) / ("pelmo_" + tool);
-  std::filesystem::create_directories(dir);
-  const std::string bin = (dir / "image.bin").string(), hex = (dir / "image.hex").string();
-  command.replace(command.find("{}"), 2, bin).replace(command.find("{}"), 2, hex);
-  Bytes binary(1 << 20);
-  std::generate(binary.begin(), binary.end(),
-                [n = 0u]() mutable { return std::uint8_t((n += 2654435761u) >> 24); });
-  std::ofstream(bin, std::ios::binary)
-      .write(reinterpret_cast<const char*>(binary.data()), std::streamsize(binary.size()));
-  ASSERT_EQ(std::system(command.c_str()), 0) << command;
-  std::FILE* file = std::fopen(hex.c_str(), "rb");
-  ASSERT_NE(file, nullptr);
-  Bytes image(binary.size(), 0xEE);
-  EXPECT_EQ(read_intel_hex(file, image, std::uint32_t(image.size()), GetParam().second), 1u << 20);
-  EXPECT_TRUE(image == binary);
-  std::fclose(file);
-  std::filesystem::remove_all(dir);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Tools, HexFromTool,
-    testing::Values(std::pair{"objcopy -I binary -O ihex {} {}", 0u},
-                    std::pair{"srec_cat {} -binary -offset 0x08000000 -o {} -intel -CRLF "
-                              "-Output_Block_Size 255",
-                              0x08000000u}));
-
 }  // namespace
 }  // namespace pelmo

@@ -17,36 +17,6 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-TEST(Codec, CopyMemoryAtAnyAlignment) {
-  // Offsets into 4-aligned arrays make the copy pick 4-, 2- and 1-byte units.
-  for (const auto& [to, from, count] :
-       {std::array<std::uint16_t, 3>{0, 0, 12}, {2, 4, 6}, {0, 0, 13}, {1, 0, 16}, {3, 1, 48}}) {
-    alignas(4) std::array<std::uint8_t, 64> source{}, copied{}, expected{};
-    std::iota(source.begin(), source.end(), std::uint8_t{1});
-    std::copy_n(source.begin() + from, count, expected.begin() + to);
-    EXPECT_EQ(copy_memory(copied.data() + to, source.data() + from, count), RC_OK);
-    EXPECT_EQ(copied, expected) << to << " " << from << " " << count;
-  }
-  std::uint8_t byte = 0;
-  EXPECT_EQ(copy_memory(&byte, &byte, 0), RC_ZERO_LENGTH);
-  EXPECT_EQ(copy_memory(nullptr, nullptr, 0), RC_NULL_POINTER);  // pointers are checked first
-}
-
-TEST(Codec, FillAndByteOrder) {
-  std::array<std::uint8_t, 7> area{};
-  EXPECT_EQ(fill_memory(area.data() + 1, 0x1A5, 5), RC_OK);  // only the low byte counts
-  EXPECT_EQ(area, (std::array<std::uint8_t, 7>{0, 0xA5, 0xA5, 0xA5, 0xA5, 0xA5, 0}));
-  EXPECT_EQ(fill_memory(nullptr, 0, 0), RC_NULL_POINTER);
-  std::array<std::uint8_t, 4> little{}, big{};
-  EXPECT_EQ(store_u32(ByteOrder::little, 0x12345678, little.data()), 4u);
-  EXPECT_EQ(store_u32(ByteOrder::big, 0x12345678, big.data()), 4u);
-  EXPECT_EQ(little, (std::array<std::uint8_t, 4>{0x78, 0x56, 0x34, 0x12}));
-  EXPECT_EQ(big, (std::array<std::uint8_t, 4>{0x12, 0x34, 0x56, 0x78}));
-  EXPECT_EQ(load_u32(ByteOrder::big, big.data()), load_u32(ByteOrder::little, little.data()));
-  EXPECT_EQ(store_u32(ByteOrder::little, 1, nullptr), 0u);
-  EXPECT_EQ(load_u32(ByteOrder::big, nullptr), 0u);
-}
-
 Bytes encode(Direction direction, std::uint8_t code, std::uint32_t address, std::uint16_t length,
              const std::uint8_t* payload) {
   Bytes frame(FRAME_BUFFER_SIZE);

@@ -83,56 +83,6 @@ struct Bench {
   Responder responder{device, options.faults, log};
 };
 
-TEST(Device, FirmwareWriteSealsSizeAndCrcIntoTheHeader) {
-  Bytes image(3000);
-  std::iota(image.begin(), image.end(), 1);
-  store_u32(ByteOrder::little, FIRMWARE_MAGIC, image.data() + 20);
-  Bytes sealed = image;
-  store_u32(ByteOrder::little, 3000, sealed.data());
-  store_u32(ByteOrder::little, crc32_mpeg2(std::span(image).subspan(8)), sealed.data() + 4);
-  Bench bench({"--fw-max-size", "3000"});
-  // Blocks as the host sends them, padded to 8-byte units; the last one ends at the limit.
-  for (std::uint32_t offset = 0; offset < image.size(); offset += 1008) {
-    Bytes block(image.begin() + offset, image.begin() + std::min(offset + 1008, 3000u));
-    block.resize((block.size() + 7) / 8 * 8, 0xFF);
-    EXPECT_EQ(STATUS_OK, bench.ask(CMD_WRITE_FW, offset, block.size(), block).status);
-  }
-  EXPECT_EQ(STATUS_OUT_OF_RANGE, bench.ask(CMD_WRITE_FW, 3000, 8, Bytes(8)).status);
-  EXPECT_EQ(STATUS_BAD_ALIGNMENT, bench.ask(CMD_WRITE_FW, 4, 8, Bytes(8)).status);
-  ASSERT_EQ(STATUS_OK, bench.ask(CMD_END_FW).status);
-  const Bytes eight(&image[2000], &image[2008]);
-  EXPECT_EQ(STATUS_OK, bench.ask(CMD_VERIFY_FW, 2000, 8, eight).status);
-  EXPECT_EQ(STATUS_DIFFERENT, bench.ask(CMD_VERIFY_FW, 2001, 8, eight).status);
-  // The sealed header is what the firmware information reports (the whole read-back is checked
-  // end to end).
-  EXPECT_EQ(Bytes(sealed.begin(), sealed.begin() + 96), bench.ask(CMD_FW_INFO).payload);
-  EXPECT_EQ(STATUS_OK, bench.ask(CMD_ERASE_FW).status);
-  EXPECT_EQ(STATUS_OUT_OF_RANGE, bench.ask(CMD_READ_FW, 0, 8).status);
-  const Answer unknown = decode(bench.responder.on_frame(request(0x55, 7)).at(0).bytes);
-  EXPECT_TRUE(unknown.status == STATUS_UNKNOWN_COMMAND && unknown.address == 7);
-
-  // The stored firmware cut to `size` bytes, with `bits` flipped in byte `at`: in the magic (20),
-  // in the content (2900), or in the size, which then counts one byte more than there is (0).
-  const struct {
-    std::size_t size, at;
-    std::uint8_t bits, status;
-  } cases[] = {{95, 0, 0, STATUS_BAD_HEADER},
-               {3000, 20, 1, STATUS_BAD_HEADER},
-               {3000, 2900, 1, STATUS_BAD_CRC},
-               {3000, 0, 1, STATUS_BAD_CRC},
-               {3000, 0, 0, STATUS_OK}};
-  for (const auto& c : cases) {
-    Bytes stored = sealed;
-    stored[c.at] ^= c.bits;
-    stored.resize(c.size);
-    Bench bench;
-    ASSERT_TRUE(bench.device.load_area(Area::firmware, stored));
-    const Answer info = bench.ask(CMD_FW_INFO);
-    EXPECT_EQ(c.status, info.status) << c.size << " " << c.at;
-    EXPECT_EQ(c.status == STATUS_OK ? 96u : 0u, info.payload.size());
-  }
-}
-
 // Each transmission as [~ if stray][delay:]status/address/payload size, "crc" for a broken CRC or
 // "xN" for N bytes that are no frame on their own; "-" when nothing is sent.
 std::string render(const std::vector<Transmission>& out) {

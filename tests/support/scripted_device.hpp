@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <iosfwd>
 #include <optional>
 #include <span>
 #include <vector>
@@ -16,8 +15,7 @@ namespace pelmo::test_support {
 // A request frame as it reached the device.
 struct SentRequest {
   std::vector<std::uint8_t> bytes;
-  ResultCode decode_result = RC_OK;  // of the bytes as a request; fields below valid on RC_OK
-  std::uint8_t code = 0;
+  std::uint8_t code = 0;  // these fields stay 0 when the bytes do not decode as a request
   std::uint32_t address = 0;
   std::uint16_t length = 0;  // the length field
   std::vector<std::uint8_t> payload;
@@ -30,7 +28,6 @@ struct RequestHeader {
   std::uint16_t length = 0;
   friend bool operator==(const RequestHeader&, const RequestHeader&) = default;
 };
-std::ostream& operator<<(std::ostream& out, const RequestHeader& header);
 
 // One call of the link's receive function.
 struct ReceiveCall {
@@ -38,9 +35,8 @@ struct ReceiveCall {
   std::uint16_t min_count = 0;
   std::uint32_t timeout_ms = 0;
   std::int32_t result = 0;
+  std::size_t sends_before = 0;  // requests sent before this receive
 };
-
-enum class Event : std::uint8_t { send, receive, progress };
 
 // The device's reaction to one request: what send reports and which bytes the next receive
 // delivers (none: the device stays silent).
@@ -55,9 +51,7 @@ std::vector<std::uint8_t> response_frame(std::uint8_t status, std::uint32_t addr
 
 // The same bytes with the last CRC byte flipped.
 inline std::vector<std::uint8_t> with_bad_crc(std::vector<std::uint8_t> frame) {
-  if (!frame.empty()) {
-    frame.back() ^= 0x01;
-  }
+  frame.back() ^= 0x01;
   return frame;
 }
 
@@ -81,16 +75,6 @@ inline Reply failed_send(std::int32_t send_result) {
 // Answers every request the script does not cover.
 using Responder = std::function<Reply(const SentRequest&)>;
 
-// Acknowledges every request: status 0, its own address, no payload.
-inline Responder acknowledge_all() {
-  return [](const SentRequest& request) { return ack(request.address); };
-}
-
-// A device holding `area`: read requests (codes 0x01 to 0x04) get up to the asked number of
-// bytes from the requested offset, or status 0xFD from the area's end on; everything else is
-// acknowledged as by acknowledge_all().
-Responder serve_area(std::vector<std::uint8_t> area);
-
 // An in-process stand-in for the device behind a LinkDriver. Every send is recorded and answered
 // from the script (one Reply per send, in order), then by the responder (default: silence).
 // Receives deliver queued bytes one chunk per call, cut to the capacity, and 0 when none wait.
@@ -100,7 +84,6 @@ class ScriptedDevice {
   // Starts with the serial line's values: chunk 244, 3 attempts, write 200 ms, erase 25000 ms.
   ScriptedDevice();
   ScriptedDevice(const ScriptedDevice&) = delete;
-  ScriptedDevice& operator=(const ScriptedDevice&) = delete;
 
   // The link to hand to the library; its fields may be changed freely.
   LinkDriver& link() { return link_; }
@@ -119,22 +102,15 @@ class ScriptedDevice {
   const std::vector<SentRequest>& requests() const { return requests_; }
   std::vector<RequestHeader> request_headers() const;
   const std::vector<ReceiveCall>& receives() const { return receives_; }
-  const std::vector<Event>& events() const { return events_; }
   int progress_calls() const { return progress_calls_; }
-  std::size_t unused_replies() const { return script_.size(); }
 
  private:
-  std::int32_t on_send(std::span<const std::uint8_t> bytes);
-  std::int32_t on_receive(std::span<std::uint8_t> buffer, std::uint16_t min_count,
-                          std::uint32_t timeout_ms);
-
   LinkDriver link_;
   std::deque<Reply> script_;
   Responder responder_;
   std::deque<std::vector<std::uint8_t>> pending_;
   std::vector<SentRequest> requests_;
   std::vector<ReceiveCall> receives_;
-  std::vector<Event> events_;
   int progress_calls_ = 0;
 };
 
