@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""install: installs the build tree, then builds and runs the consumer against that prefix alone.
-deb: builds the Debian package. Both check the programs (as built) and the library's files."""
+"""install: installs the build tree; deb: builds the Debian package and unpacks it. Both check the
+programs (as built) and the library's files, then build and run the consumer against that tree
+alone, through its CMake package."""
 import argparse
 import filecmp
 import glob
@@ -36,10 +37,7 @@ def check_tree(root, args):
         sys.exit(f"headers of folders outside the library installed: {leaked}")
 
 
-def install(args, work):
-    prefix = os.path.join(work, "prefix")
-    run([args.cmake, "--install", args.build_dir, "--prefix", prefix])
-    check_tree(prefix, args)
+def build_consumer(prefix, args, work):
     build = os.path.join(work, "consumer-build")
     # A sanitized library needs its runtime in whatever links it.
     flags = [f"-DCMAKE_{kind}_FLAGS=-fsanitize={args.sanitize}" for kind in ("CXX", "EXE_LINKER")]
@@ -47,8 +45,15 @@ def install(args, work):
          f"-DCMAKE_CXX_COMPILER={args.cxx}", f"-DCMAKE_PREFIX_PATH={prefix}",
          "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF", *(flags if args.sanitize else [])])
     run([args.cmake, "--build", build])
-    if "consumer: frame ok" not in run([os.path.join(build, "pelmo-consumer")]):
+    if "consumer: frame ok, link ok" not in run([os.path.join(build, "pelmo-consumer")]):
         sys.exit("the consumer did not report success")
+
+
+def install(args, work):
+    prefix = os.path.join(work, "prefix")
+    run([args.cmake, "--install", args.build_dir, "--prefix", prefix])
+    check_tree(prefix, args)
+    build_consumer(prefix, args, work)
 
 
 def deb(args, work):
@@ -62,6 +67,7 @@ def deb(args, work):
         sys.exit(f"control fields: {fields}")
     run(["dpkg-deb", "-x", debs[0], os.path.join(work, "root")])
     check_tree(os.path.join(work, "root", "usr"), args)
+    build_consumer(os.path.join(work, "root", "usr"), args, work)
 
 
 def main():
