@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 
+#include "app/interruption.hpp"
 #include "app/operation_handlers.hpp"
 #include "app/usage.hpp"
 #include "pelmo/transport/serial_transport.hpp"
@@ -123,11 +124,16 @@ int run_program(std::span<const char* const> arguments, Console& console, port::
     return EXIT_FAILED;
   }
 
-  const ProgressFunction progress = [&console] { console.show_progress(); };
+  // Every wait and every acknowledged step passes here: a stop signal ends the run from here.
+  const ProgressFunction progress = [&console] {
+    console.show_progress();
+    stop_if_interrupted();
+  };
   OpenLink link(ports);
   if (!link.open(*command_line, console, progress)) {
     return EXIT_FAILED;
   }
+  stop_if_interrupted();
   LinkDriver driver = make_link_driver(*command_line, link.send(), link.receive(), progress);
   if (bind_link_driver(&driver) < RC_OK) {
     console.write_line("Can not init PelMo library");
