@@ -223,13 +223,13 @@ class RunResult:
 
 
 def start_program(topology: Topology | None, args: list[str], cwd: Path, env: dict[str, str] | None = None,
-                  preexec_fn=None) -> subprocess.Popen:
-    """Starts the program with `args` (connection included), its output in a pipe; finish it with finish_program."""
+                  **popen) -> subprocess.Popen:
+    """Starts the program with `args` (connection included), its output in a pipe; finish it with finish_program.
+    `popen` adds Popen's arguments: a user to run as, a preexec_fn."""
     topology = topology or Topology()
     argv = _in(topology.program_ns, [*require_program(), *args])
     process = subprocess.Popen(argv, cwd=cwd, env={**os.environ, **topology.program_env, **(env or {})},
-                               stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, start_new_session=True,
-                               preexec_fn=preexec_fn)
+                               stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, start_new_session=True, **popen)
     process.started = time.monotonic()
     return process
 
@@ -252,9 +252,9 @@ def finish_program(process: subprocess.Popen, timeout_s: float = 60.0) -> RunRes
 
 
 def run_program(topology: Topology | None, args: list[str], cwd: Path, timeout_s: float = 60.0,
-                env: dict[str, str] | None = None, preexec_fn=None) -> RunResult:
+                env: dict[str, str] | None = None, **popen) -> RunResult:
     """Runs the program once with `args` (connection included) and collects what it printed."""
-    return finish_program(start_program(topology, args, cwd, env, preexec_fn), timeout_s)
+    return finish_program(start_program(topology, args, cwd, env, **popen), timeout_s)
 
 
 def under_wine() -> bool:
@@ -275,10 +275,9 @@ class E2eCase(unittest.TestCase):
         self.addCleanup(device.stop)
         return device
 
-    def run_pelmo(self, *args: str, env: dict[str, str] | None = None, connect: bool = True,
-                  preexec_fn=None) -> RunResult:
+    def run_pelmo(self, *args: str, env: dict[str, str] | None = None, connect: bool = True, **popen) -> RunResult:
         head = [self.topology.connection] if connect and self.topology else []
-        return run_program(self.topology, [*head, *args], self.folder, env=env, preexec_fn=preexec_fn)
+        return run_program(self.topology, [*head, *args], self.folder, env=env, **popen)
 
     def assertRun(self, result: RunResult, output: str, status: int) -> None:
         """Byte-exact console output (normalised) and exit status; the seconds never exceed the run."""

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""PelmoWin against a lossy, late, noisy or failing device, and against bad input: each run either
-completes with the device holding the image byte for byte, or fails with the code and message its
-fault allows, within the time its lost attempts imply and never by crashing; bad input files never
-reach the device."""
+"""PelmoWin against a lossy, late, noisy or failing device, against bad input and a user's faults: each run
+either completes with the device holding the image byte for byte, or fails with the code and message its
+fault allows, within the time its lost attempts imply and never by crashing; bad input files never reach
+the device; a signal, a full disk or a closed console loses nothing the run could keep."""
 
 from __future__ import annotations
 
@@ -18,6 +18,7 @@ import sys
 import termios
 import time
 import unittest
+from functools import partial
 from pathlib import Path
 
 import pelmo_e2e
@@ -50,16 +51,8 @@ UDP_FAULTS = [("stray datagrams", ["--stray-rate", "10"], {0, -11, -25})]
 
 
 BOOT = BootloaderValues("Fault Boot", (2, 3), "Apr  4 2026", "10:11:12", 0x08000000, 1 << 20)
-INFO_RUN = (["-io"], step(Label.BOOT_INFO, ok(14)) + BOOT.display(), 0, single("BOOTLOADER_INFO"))
 INTERRUPTED = "Interrupted: the run was stopped by signal {} ({})\n"
 FW_INCOMPLETE = "The device's firmware is incomplete: write it again\n"
-
-
-def as_nobody() -> None:
-    nobody = pwd.getpwnam("nobody")
-    os.setgroups([])
-    os.setgid(nobody.pw_gid)
-    os.setuid(nobody.pw_uid)
 
 
 def memory_bound() -> None:
@@ -136,41 +129,40 @@ class SerialUserFaults(pelmo_e2e.PtyCase):
         self.dev = self.device(*BOOT.options(), "--erase-ms", "800")
         self.pty = os.path.realpath(self.topology.link)
 
+    def on_port(self, action, flags: int = os.O_NONBLOCK):
+        port = os.open(self.pty, os.O_RDWR | os.O_NOCTTY | flags)
+        try:
+            return action(port)
+        finally:
+            os.close(port)
+
     def line_settings(self, terminal: bool = False) -> list:
         """The port's line settings; with `terminal`, first as a terminal leaves them (9600, flow control, output
         processing): nothing the program would set itself."""
-        port = os.open(self.pty, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK)
-        try:
+        def read(port: int) -> list:
             if terminal:
                 iflag, oflag, cflag, lflag, _, _, chars = termios.tcgetattr(port)
                 termios.tcsetattr(port, termios.TCSANOW, [iflag | termios.IXON, oflag | termios.OPOST, cflag, lflag,
                                                           termios.B9600, termios.B9600, chars])
             return termios.tcgetattr(port)
-        finally:
-            os.close(port)
+        return self.on_port(read)
 
-    def await_log(self, prefix: str, count: int) -> None:
+    def until(self, ready, what: str) -> None:
         deadline = time.monotonic() + 10
-        while sum(text.startswith(prefix) for text in self.dev.log_lines()) < count:
-            self.assertLess(time.monotonic(), deadline, f"the device never logged {prefix!r} {count} times")
+        while not ready():
+            self.assertLess(time.monotonic(), deadline, what)
             time.sleep(0.01)
 
     def await_late_answer(self) -> None:
         """Until the answer to a request of a run that has ended waits in the port."""
-        deadline = time.monotonic() + 10
-        port = os.open(self.pty, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK)
-        try:
-            while struct.unpack("i", fcntl.ioctl(port, termios.FIONREAD, b"\0" * 4))[0] < 12:
-                self.assertLess(time.monotonic(), deadline, "no late answer came")
-                time.sleep(0.01)
-        finally:
-            os.close(port)
+        unread = partial(self.on_port, lambda port: struct.unpack("i", fcntl.ioctl(port, termios.FIONREAD, b"1234"))[0])
+        self.until(lambda: unread() >= 12, "no late answer came")
 
-    def check_next_run(self, preexec_fn=None) -> None:
+    def check_next_run(self, **popen) -> None:
         self.dev.new_requests()  # the earlier run's
-        args, body, code, sent = INFO_RUN
-        self.assertRun(self.run_pelmo(*args, preexec_fn=preexec_fn), run_output(body, code), code)
-        self.assertSent(self.dev, sent)
+        result = self.run_pelmo("-io", **popen)
+        self.assertRun(result, run_output(step(Label.BOOT_INFO, ok(14)) + BOOT.display(), 0), 0)
+        self.assertSent(self.dev, single("BOOTLOADER_INFO"))
 
     def test_a_signal_releases_the_port(self):
         if under_wine() or os.geteuid() != 0:
@@ -179,17 +171,17 @@ class SerialUserFaults(pelmo_e2e.PtyCase):
         os.chmod(self.pty, 0o666)
         write_bin(self.folder / "fw.bin", firmware_image(16 * 1024))
         rows = [
-            # (signal, arguments, the request it comes during, the step shown, the firmware left incomplete)
-            (signal.SIGINT, ["-ewv", "fw.bin"], "rx ERASE_FW", Label.ERASE_FW, True),
-            (signal.SIGTERM, ["-w", "fw.bin"], "rx WRITE_FW", Label.WRITE_FW, True),
-            (signal.SIGHUP, ["-ef"], "rx ERASE_FACTORY", Label.ERASE_FACTORY, False),
+            # (signal, arguments, the request (its log line) it comes during, the step shown, firmware left incomplete)
+            (signal.SIGINT, ["-ewv", "fw.bin"], "rx ERASE_FW addr=0x00000000 len=0", Label.ERASE_FW, True),
+            (signal.SIGTERM, ["-w", "fw.bin"], "rx WRITE_FW addr=0x00000000 len=240", Label.WRITE_FW, True),
+            (signal.SIGHUP, ["-ef"], "rx ERASE_FACTORY addr=0x00000000 len=0", Label.ERASE_FACTORY, False),
         ]
         for number, args, request, label, incomplete in rows:
             with self.subTest(signal=number.name):
                 settings = self.line_settings(terminal=True)
-                seen = sum(text.startswith(request) for text in self.dev.log_lines())
+                seen = self.dev.log_lines().count(request)
                 process = start_program(self.topology, [self.topology.connection, *args], self.folder)
-                self.await_log(request, seen + 1)
+                self.until(lambda: self.dev.log_lines().count(request) > seen, f"the device never got {request}")
                 process.send_signal(number)
                 result = finish_program(process)
                 said = INTERRUPTED.format(int(number), number.name) + (FW_INCOMPLETE if incomplete else "")
@@ -197,15 +189,13 @@ class SerialUserFaults(pelmo_e2e.PtyCase):
                 self.assertEqual(settings, self.line_settings())
                 if "ERASE" in request:  # answered only after --erase-ms
                     self.await_late_answer()
-                self.check_next_run(as_nobody)
+                self.check_next_run(user="nobody", group=pwd.getpwnam("nobody").pw_gid, extra_groups=[])
                 self.assertEqual(settings, self.line_settings())
 
     def test_a_late_answer_left_in_the_port_is_not_taken(self):
         # A run that gave up on its erase before the device answered.
         request = bytes([0xB5, 0x44, 0, 0, 0, 0, 0, 0])
-        port = os.open(self.pty, os.O_RDWR | os.O_NOCTTY)
-        os.write(port, request + crc32_mpeg2(request).to_bytes(4, "little"))
-        os.close(port)
+        self.on_port(lambda port: os.write(port, request + crc32_mpeg2(request).to_bytes(4, "little")), 0)
         self.await_late_answer()
         self.check_next_run()
 
@@ -227,7 +217,7 @@ class UdpFaults(FaultCases, pelmo_e2e.UdpCase):
         if under_wine() or os.geteuid() != 0:
             raise unittest.SkipTest("/dev/full and a tmpfs mount, as root")
         folder = self.folder
-        stored = write_bin(folder / "stored.bin", stored_firmware(firmware_image(64 * 1024, seed=5)))
+        stored = write_bin(folder / "stored.bin", stored_firmware(firmware_image(40 * 1024, seed=5)))
         cal = write_bin(folder / "cal.bin", calibration_table(600))
         self.device("--fw-max-size", str(1 << 20), "--load-firmware", str(stored), "--load-calib", str(cal))
         tiny = folder / "tiny"
