@@ -214,22 +214,23 @@ class UdpFaults(FaultCases, pelmo_e2e.UdpCase):
         self.assertGreater(len(outcome.drops), 5, "the link lost hardly anything")
 
     def test_output_that_fails_after_opening_fails_the_run(self):
-        if under_wine() or os.geteuid() != 0:
-            raise unittest.SkipTest("/dev/full and a tmpfs mount, as root")
+        if under_wine():
+            raise unittest.SkipTest("/dev/full is a Linux device")
         folder = self.folder
         stored = write_bin(folder / "stored.bin", stored_firmware(firmware_image(40 * 1024, seed=5)))
         cal = write_bin(folder / "cal.bin", calibration_table(600))
         self.device("--fw-max-size", str(1 << 20), "--load-firmware", str(stored), "--load-calib", str(cal))
-        tiny = folder / "tiny"
-        tiny.mkdir()
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=32k", "tiny", str(tiny)], check=True, timeout=10)
-        self.addCleanup(subprocess.run, ["umount", str(tiny)], timeout=10)
         cases = [
             (["-r", "/dev/full"], step(Label.READ_FW, ok(10))),
             (["-rc", "/dev/full"], step(calib_label("Reading", False), ok(11))),
             (["-rf", "/dev/full"], step(Label.READ_FACTORY, ok(12)) + factory_listing(EMPTY_FACTORY)),
-            (["-r", "tiny/fw.bin"], step(Label.READ_FW, ok(10))),  # half of it fits
         ]
+        tiny = folder / "tiny"
+        tiny.mkdir()
+        mount = ["mount", "-t", "tmpfs", "-o", "size=32k", "tiny", str(tiny)]
+        if os.geteuid() == 0 and subprocess.run(mount, timeout=10).returncode == 0:
+            self.addCleanup(subprocess.run, ["umount", str(tiny)], timeout=10)
+            cases.append((["-r", "tiny/fw.bin"], step(Label.READ_FW, ok(10))))  # 32 KiB of the 40 fit
         for args, body in cases:
             with self.subTest(args=args):
                 self.expect(self.run_pelmo(*args), body + f"Error writing file {args[1]}\n", -1)
