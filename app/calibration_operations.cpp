@@ -64,8 +64,8 @@ ResultCode handle_read_calibration(RunContext& run, const CalibrationTable& tabl
   const ResultCode result = run_step(run.console, step, [&] {
     return read_calibration_table(run.link, table.backup, run.image, &length);
   });
-  if (result == RC_OK) {
-    write_binary_file(run.command_line.file_name, run.image.first(length));
+  if (result == RC_OK && !write_binary_file(run.command_line.file_name, run.image.first(length))) {
+    return report_write_failure(run.console, run.command_line.file_name);
   }
   return result;
 }

@@ -1,6 +1,7 @@
 #include "app/console.hpp"
 
 #include <cstdarg>
+#include <cstring>
 
 namespace pelmo {
 namespace {
@@ -29,6 +30,7 @@ void Console::print_status(std::string_view text) {
   put(stream_, label_);
   put(stream_, text);
   std::fflush(stream_);
+  line_open_ = text.empty() || text.back() != '\n';
 }
 
 void Console::show_progress() {
@@ -41,12 +43,16 @@ void Console::show_progress() {
 void Console::write(std::string_view text) {
   put(stream_, text);
   std::fflush(stream_);
+  if (!text.empty()) {
+    line_open_ = text.back() != '\n';
+  }
 }
 
 void Console::write_line(std::string_view text) {
   put(stream_, text);
   std::fputc('\n', stream_);
   std::fflush(stream_);
+  line_open_ = false;
 }
 
 void Console::print(const char* format, ...) {
@@ -55,10 +61,21 @@ void Console::print(const char* format, ...) {
   std::vfprintf(stream_, format, arguments);
   va_end(arguments);
   std::fflush(stream_);
+  // Whether the line is left open shows in the format: no field of the program's ends a line.
+  const std::size_t length = std::strlen(format);
+  if (length > 0) {
+    line_open_ = format[length - 1] != '\n';
+  }
 }
 
 void Console::flush() {
   std::fflush(stream_);
+}
+
+void Console::end_line() {
+  if (line_open_) {
+    write_line({});
+  }
 }
 
 }  // namespace pelmo

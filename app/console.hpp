@@ -20,7 +20,8 @@ using TickSource = std::function<std::uint32_t()>;
 
 // The program's console: every write reaches the stream at once (the status line is rewritten in
 // place with carriage returns, so nothing may wait for a line feed), and it keeps the status
-// line of the step that runs: its label and the tick at which the step began.
+// line of the step that runs: its label and the tick at which the step began. A console that went
+// away (a closed pipe) fails its writes quietly: the run goes on.
 class Console {
  public:
   Console(std::FILE* stream, TickSource tick);
@@ -43,12 +44,15 @@ class Console {
   void print(const char* format, ...) PELMO_PRINTF_FORMAT(2, 3);
   // Pushes out what others wrote to the stream directly.
   void flush();
+  // Ends the line a step left open (its label and seconds, no status yet) with a line feed.
+  void end_line();
 
  private:
   std::FILE* stream_;
   TickSource tick_;
   std::string label_;
   std::uint32_t step_start_ = 0;
+  bool line_open_ = false;  // the last text written through this console did not end a line
 };
 
 // Whole seconds between two ticks of a wrapping 32-bit millisecond counter.

@@ -1,10 +1,14 @@
 #include "app/factory_operations.hpp"
 
 #include <cstdio>
+#include <optional>
+#include <string>
 
+#include "app/data_files.hpp"
 #include "app/operation_step.hpp"
 #include "pelmo/commands/table_commands.hpp"
 #include "pelmo/formats/factory_table_text.hpp"
+#include "pelmo/formats/stream_text.hpp"
 
 namespace pelmo {
 namespace {
@@ -24,10 +28,16 @@ ResultCode load_factory_file(RunContext& run) {
     run.console.print("Error while opening file %s\n", name.c_str());
     return RC_FAILED;
   }
+  const std::optional<std::string> text = read_stream_text(file, FACTORY_TEXT_MAX_BYTES);
+  std::fclose(file);
+  if (!text) {
+    run.console.print("File %s is larger than %u bytes\n", name.c_str(),
+                      static_cast<unsigned>(FACTORY_TEXT_MAX_BYTES));
+    return RC_FAILED;
+  }
   FactoryTable& table = run.records.factory_table;
   table = FactoryTable{};
-  const ResultCode result = parse_factory_table(file, table);
-  std::fclose(file);
+  const ResultCode result = parse_factory_table(std::string_view{*text}, table);
   if (result < RC_OK) {
     run.console.write_line("Parsing factory table file error");
   }
@@ -63,12 +73,12 @@ ResultCode handle_read_factory(RunContext& run) {
     return result;
   }
   // A file that cannot be created leaves the listing on the console only.
-  std::FILE* file = std::fopen(run.command_line.file_name.c_str(), "w");
-  print_factory_table(table, run.console.stream(), file);
-  if (file != nullptr) {
-    std::fclose(file);
-  }
+  OutputFile file(run.command_line.file_name, "w");
+  print_factory_table(table, run.console.stream(), file.stream());
   run.console.flush();
+  if (!file.finish()) {
+    return report_write_failure(run.console, run.command_line.file_name);
+  }
   return result;
 }
 

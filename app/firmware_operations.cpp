@@ -4,6 +4,7 @@
 
 #include "app/data_files.hpp"
 #include "app/image_loader.hpp"
+#include "app/interruption.hpp"
 #include "app/operation_step.hpp"
 #include "pelmo/commands/firmware_commands.hpp"
 
@@ -27,7 +28,9 @@ std::optional<std::uint32_t> load_image(RunContext& run) {
 
 ResultCode write_step(RunContext& run, const OperationStep& step, std::uint32_t length) {
   // The whole buffer goes along: the last block is padded from the bytes after the image.
-  return run_step(run.console, step, [&] { return write_firmware(run.link, run.image, length); });
+  return changing_firmware([&] {
+    return run_step(run.console, step, [&] { return write_firmware(run.link, run.image, length); });
+  });
 }
 
 ResultCode verify_step(RunContext& run, const OperationStep& step, std::uint32_t length) {
@@ -36,7 +39,8 @@ ResultCode verify_step(RunContext& run, const OperationStep& step, std::uint32_t
 }
 
 ResultCode erase_step(RunContext& run, const OperationStep& step) {
-  return run_step(run.console, step, [&] { return erase_firmware(run.link); });
+  return changing_firmware(
+      [&] { return run_step(run.console, step, [&] { return erase_firmware(run.link); }); });
 }
 
 }  // namespace
@@ -46,8 +50,8 @@ ResultCode handle_read_firmware(RunContext& run) {
   std::uint32_t length = 0;
   const ResultCode result =
       run_step(run.console, STEP, [&] { return read_firmware(run.link, run.image, &length); });
-  if (result == RC_OK) {
-    write_binary_file(run.command_line.file_name, run.image.first(length));
+  if (result == RC_OK && !write_binary_file(run.command_line.file_name, run.image.first(length))) {
+    return report_write_failure(run.console, run.command_line.file_name);
   }
   return result;
 }

@@ -1,9 +1,12 @@
 #include "app/operation_step.hpp"
 
+#include "app/interruption.hpp"
+
 namespace pelmo {
 
 ResultCode run_step(Console& console, const OperationStep& step,
                     const std::function<ResultCode()>& command) {
+  stop_if_interrupted();  // a signal that came between two steps ends the run before the next
   ResultCode result = RC_OK;
   if (step.label_after_command) {
     result = command();

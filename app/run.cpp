@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 
+#include "app/interruption.hpp"
 #include "app/link_binding.hpp"
 #include "app/operation_handlers.hpp"
 #include "app/usage.hpp"
@@ -45,7 +46,11 @@ int run_program(std::span<const char* const> arguments, Console& console, port::
     return EXIT_FAILED;
   }
 
-  DeviceLink link(ports, [&console] { console.show_progress(); });
+  // Every wait and every acknowledged step passes here: a stop signal ends the run from here.
+  DeviceLink link(ports, [&console] {
+    console.show_progress();
+    stop_if_interrupted();
+  });
   if (const OpenResult opened =
           link.open(device_address(*command_line), link_profile(*command_line));
       !opened.ok) {
@@ -57,6 +62,7 @@ int run_program(std::span<const char* const> arguments, Console& console, port::
     }
     return EXIT_FAILED;
   }
+  stop_if_interrupted();
   const LinkBinding binding(link.driver());
   if (binding.result() < RC_OK) {
     console.write_line("Can not init PelMo library");

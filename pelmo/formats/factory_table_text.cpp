@@ -277,8 +277,8 @@ ResultCode parse_factory_table(std::string_view text, FactoryTable& table) {
 }
 
 ResultCode parse_factory_table(std::FILE* input, FactoryTable& table) {
-  const std::string text = read_stream_text(input);
-  return parse_factory_table(std::string_view{text}, table);
+  const std::optional<std::string> text = read_stream_text(input, FACTORY_TEXT_MAX_BYTES);
+  return text ? parse_factory_table(std::string_view{*text}, table) : RC_INCOMPLETE;
 }
 
 void print_factory_table(const FactoryTable& table, std::FILE* console, std::FILE* file) {

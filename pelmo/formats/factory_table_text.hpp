@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <span>
 #include <string_view>
@@ -17,8 +18,14 @@ namespace pelmo {
 // other address form than the one `ipv6` holds at that line. Prints nothing.
 ResultCode parse_factory_table(std::string_view text, FactoryTable& table);
 
-// The same over an open text stream, read from its current position to its end. The stream is not
-// closed.
+// The longest factory table text taken. Ten lines fit many times over; the bound is there so an
+// endless source (/dev/zero) cannot grow the text without end, and it lies above the image buffer's
+// 1 MiB so a long text that was parsed (and refused as incomplete) before still is.
+inline constexpr std::size_t FACTORY_TEXT_MAX_BYTES = 2 * 1024 * 1024;
+
+// The same over an open text stream, read from its current position to its end. A stream that
+// holds more than FACTORY_TEXT_MAX_BYTES is read no further and gives RC_INCOMPLETE with `table`
+// untouched. The stream is not closed.
 ResultCode parse_factory_table(std::FILE* input, FactoryTable& table);
 
 // Takes a text value after its key: everything between the first two double quotes (cut to

@@ -1,26 +1,28 @@
 #include "pelmo/formats/stream_text.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
 namespace pelmo {
 
-std::string read_stream_text(std::FILE* input) {
+std::optional<std::string> read_stream_text(std::FILE* input, std::size_t max_bytes) {
   std::string text;
   if (input == nullptr) {
     return text;
   }
-  // Size the buffer once from the file's length where the stream can tell it, so a large image file
-  // costs one allocation; streams that cannot seek grow as they are read.
+  // One byte past the bound tells a text of exactly `max_bytes` from a longer one.
+  const std::size_t readable = max_bytes + 1;
+  // Size the buffer once from the file's length where the stream can tell it; streams that cannot
+  // seek grow as they are read.
   std::size_t expected = 0;
   const long start = std::ftell(input);
   if (start >= 0 && std::fseek(input, 0, SEEK_END) == 0) {
     const long end = std::ftell(input);
-    // The length is only a hint for the first allocation: a directory, for one, reports a length
-    // that no buffer could hold, and its read then fails at once.
-    constexpr long MAX_SIZE_HINT = 256L * 1024 * 1024;
-    if (end > start && end - start <= MAX_SIZE_HINT) {
-      expected = static_cast<std::size_t>(end - start);
+    // The length is only a hint for the first allocation (a directory, for one, reports a length
+    // that no buffer could hold, and its read then fails at once).
+    if (end > start) {
+      expected = std::min(static_cast<std::size_t>(end - start), readable);
     }
     if (std::fseek(input, start, SEEK_SET) != 0) {
       return text;
@@ -28,16 +30,19 @@ std::string read_stream_text(std::FILE* input) {
   }
   constexpr std::size_t GROWTH = 64 * 1024;
   std::size_t used = 0;
-  text.resize(expected + 1);  // one byte more, so the end of file is seen without another resize
-  for (;;) {
+  text.resize(std::min(expected + 1, readable));  // one more, to see the end without a resize
+  while (used < readable) {
     if (used == text.size()) {
-      text.resize(text.size() + GROWTH);
+      text.resize(std::min(text.size() + GROWTH, readable));
     }
     const std::size_t got = std::fread(text.data() + used, 1, text.size() - used, input);
     used += got;
     if (got == 0) {
       break;
     }
+  }
+  if (used > max_bytes) {
+    return std::nullopt;
   }
   text.resize(used);
   return text;

@@ -3,14 +3,16 @@
 #include <cstddef>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace pelmo {
 
-// Everything from the stream's current position to its end, read in one go. A read error ends the
-// text where it happened.
-std::string read_stream_text(std::FILE* input);
+// Everything from the stream's current position to its end, read in one go, or none when the
+// stream holds more than `max_bytes` (an endless source such as /dev/zero included: it is read no
+// further than that). A read error ends the text where it happened.
+std::optional<std::string> read_stream_text(std::FILE* input, std::size_t max_bytes);
 
 // Hands the stream's lines, from its current position to its end, to `take` as pieces cut the way
 // `take_line_piece` cuts them, reading the stream in blocks. Stops early when `take` returns false.

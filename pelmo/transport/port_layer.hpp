@@ -97,6 +97,19 @@ class PortLayer {
 // The backend of the platform the program was built for.
 PortLayer& system_port_layer();
 
+// Receives the number of a signal that asks the run to stop. It runs in a signal handler (on
+// Windows on a console control thread), so it may only store into a lock-free atomic.
+using InterruptHandler = void (*)(int signal_number);
+
+// Hands SIGINT, SIGTERM and SIGHUP (on Windows: Ctrl+C, Ctrl+Break and the console window's close,
+// as SIGINT, SIGBREAK and SIGTERM) to `handler` instead of ending the process; system calls they
+// interrupt are not restarted. A write to a closed pipe then fails with an error instead of ending
+// the process: a console that went away must not stop a flash half way.
+void install_interrupt_handler(InterruptHandler handler);
+
+// The name of a signal number given to the handler ("SIGINT"), or "" for any other number.
+std::string_view interrupt_signal_name(int signal_number);
+
 // Makes standard output pass bytes unchanged ("\n" stays one byte) so the console output is the
 // same on every platform; called once by the program before it prints.
 void prepare_console();

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <functional>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "app/interruption.hpp"
 #include "app/link_binding.hpp"
 #include "app/run.hpp"
 #include "tests/app/sandbox.hpp"
@@ -64,6 +67,38 @@ TEST(BindLinkDriver, RefusalsKeepTheEarlierBinding) {
   EXPECT_EQ(bound_link_driver(), &without_progress);
   ASSERT_EQ(bind_link_driver(&device.link()), RC_OK);
   EXPECT_EQ(bound_link_driver(), &device.link());
+}
+
+TEST(Run, SignalWhileWaitingUnwindsTheRunAndReleasesTheLink) {
+  const struct {
+    const char* option;
+    std::string shown;  // the step's line as the interrupt leaves it, and what follows
+  } cases[] = {
+      {"-e",
+       "\rErasing FW \nInterrupted: the run was stopped by signal 2 (SIGINT)\n"
+       "The device's firmware is incomplete: write it again\n"},
+      {"-rctrl",
+       "\rReading PELMO Control \nInterrupted: the run was stopped by signal 2 (SIGINT)\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.option);
+    app_test::Sandbox box;
+    test::FakePortLayer ports;
+    Console console(box.console.stream(), [&] { return ports.now; });
+    ports.on_sleep = [](std::uint32_t now) {
+      if (now == 1000) {
+        note_interrupt(SIGINT);
+      }
+    };
+    const std::vector<const char*> arguments{"PelmoWin.exe", "#10.0.0.7", c.option};
+    EXPECT_EQ(
+        run_until_interrupted(console, [&] { return run_program(arguments, console, ports); }), -1);
+    clear_interrupt();
+    EXPECT_EQ(ports.sockets_stopped, 1);
+    EXPECT_EQ(ports.sent_to.size(), 1u);  // the waited-for request, and nothing after it
+    static const std::regex progress("\r[^\r\n]* [0-9]+ \\[s\\]");
+    EXPECT_EQ(std::regex_replace(box.console_text(), progress, ""), BANNER + c.shown);
+  }
 }
 
 }  // namespace

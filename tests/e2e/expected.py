@@ -112,6 +112,10 @@ class FactoryValues:
                                                                   ("GTW", self.ip_gtw))]]
 
 
+EMPTY_FACTORY = FactoryValues(type="", sn="", hw=0, modif=0, mac=(0,) * 6, ip_addr=(0,) * 4, ip_mask=(0,) * 4,
+                              ip_gtw=(0,) * 4)
+
+
 def factory_lines(values: FactoryValues) -> str:
     return "".join(f"{key:<11} {value}\n" for key, value in values.rows())
 

@@ -135,7 +135,7 @@ class PtySerial(Topology):
         self.link = folder / "pelmo-com3"
         self.device_args, self.program_env = ["--pty", "--pty-link", str(self.link)], {"PELMO_COM3": str(self.link)}
         prefix = os.environ.get("WINEPREFIX")
-        self.wine_link = Path(prefix) / "dosdevices" / "com3" if prefix and "wine" in str(Config.program) else None
+        self.wine_link = Path(prefix) / "dosdevices" / "com3" if prefix and under_wine() else None
 
     def setup(self) -> None:
         if self.wine_link:
@@ -216,26 +216,43 @@ class RunResult:
         return f"{shlex.join(self.argv)} -> {self.returncode}\n{self.raw!r}"
 
 
-def run_program(topology: Topology | None, args: list[str], cwd: Path, timeout_s: float = 60.0,
-                env: dict[str, str] | None = None) -> RunResult:
-    """Runs the program once with `args` (connection included) and collects what it printed."""
+def start_program(topology: Topology | None, args: list[str], cwd: Path, env: dict[str, str] | None = None,
+                  **popen) -> subprocess.Popen:
+    """Starts the program with `args` (connection included), its output in a pipe; finish it with finish_program.
+    `popen` adds Popen's arguments: a user to run as, a preexec_fn."""
     topology = topology or Topology()
     argv = _in(topology.program_ns, [*require_program(), *args])
-    started = time.monotonic()
     process = subprocess.Popen(argv, cwd=cwd, env={**os.environ, **topology.program_env, **(env or {})},
-                               stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, start_new_session=True)
+                               stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, start_new_session=True, **popen)
+    process.started = time.monotonic()
+    return process
+
+
+def finish_program(process: subprocess.Popen, timeout_s: float = 60.0) -> RunResult:
+    """Waits for a started program and collects what it printed."""
+    argv = list(process.args)
     try:
-        raw = process.communicate(timeout=timeout_s)[0]
+        raw = process.communicate(timeout=timeout_s)[0] or b""
     except subprocess.TimeoutExpired:
         os.killpg(process.pid, signal.SIGKILL)
         raise AssertionError(f"program did not end within {timeout_s} s: {shlex.join(argv)}")
-    result = RunResult(argv, process.returncode, raw, wall_s=time.monotonic() - started)
+    result = RunResult(argv, process.returncode, raw, wall_s=time.monotonic() - process.started)
     text = raw.decode("latin-1")
     result.progress = [(m.group(1), int(m.group(2))) for m in _PROGRESS.finditer(text)]
     elapsed = _ELAPSED.search(text)
     result.reported_s = int(elapsed.group(1)) if elapsed else None
     result.text = _ELAPSED.sub("\nOperations last N s\n", _PROGRESS.sub("", text))
     return result
+
+
+def run_program(topology: Topology | None, args: list[str], cwd: Path, timeout_s: float = 60.0,
+                env: dict[str, str] | None = None, **popen) -> RunResult:
+    """Runs the program once with `args` (connection included) and collects what it printed."""
+    return finish_program(start_program(topology, args, cwd, env, **popen), timeout_s)
+
+
+def under_wine() -> bool:
+    return "wine" in " ".join(Config.program)
 
 
 class E2eCase(unittest.TestCase):
@@ -257,9 +274,9 @@ class E2eCase(unittest.TestCase):
         self.addCleanup(device.stop)
         return device
 
-    def run_pelmo(self, *args: str, env: dict[str, str] | None = None, connect: bool = True) -> RunResult:
+    def run_pelmo(self, *args: str, env: dict[str, str] | None = None, connect: bool = True, **popen) -> RunResult:
         head = [self.topology.connection] if connect and self.topology else []
-        return run_program(self.topology, [*head, *args], self.folder, env=env)
+        return run_program(self.topology, [*head, *args], self.folder, env=env, **popen)
 
     def assertRun(self, result: RunResult, output: str, status: int) -> None:
         """Byte-exact console output (normalised) and exit status; the seconds never exceed the run."""

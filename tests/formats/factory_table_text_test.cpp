@@ -100,5 +100,24 @@ TEST(ParseTextValue, QuotesWordsAndCuts) {
   }
 }
 
+// A stream is read up to the bound and no further: a complete table at the bound parses, one byte
+// more is refused without touching the table.
+TEST(ParseFactoryTable, StreamIsBounded) {
+  const std::string table_text = BASE + MAC + IPV4;
+  for (const std::size_t size : {FACTORY_TEXT_MAX_BYTES, FACTORY_TEXT_MAX_BYTES + 1}) {
+    std::string text = table_text + "#";
+    text.append(size - text.size() - 1, 'x').push_back('\n');
+    std::FILE* file = std::tmpfile();
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::rewind(file);
+    FactoryTable table{};
+    const ResultCode code = parse_factory_table(file, table);
+    std::fclose(file);
+    const bool fits = size <= FACTORY_TEXT_MAX_BYTES;
+    EXPECT_EQ(code, fits ? RC_OK : RC_INCOMPLETE) << size;
+    EXPECT_EQ(to_wire(table), to_wire(fits ? FULL : FactoryTable{})) << size;
+  }
+}
+
 }  // namespace
 }  // namespace pelmo

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -53,6 +54,8 @@ class FakePortLayer : public port::PortLayer {
   std::uint32_t now = 0;
   std::uint32_t oversleep_ms = 0;  // added to every sleep, as a loaded system would
   std::vector<std::uint32_t> sleeps;
+  std::function<void(std::uint32_t now)> on_sleep;  // runs after each sleep
+  int sockets_stopped = 0;
 
   std::string com_port_path(int index) override { return "COM" + std::to_string(index + 1); }
   port::SerialOpenResult open_serial(const std::string& path,
@@ -66,7 +69,7 @@ class FakePortLayer : public port::PortLayer {
     return {serial_status, ok ? std::make_unique<End>(*this, path) : nullptr, ok ? 0 : 5};
   }
   port::OsError start_sockets(std::uint8_t, std::uint8_t) override { return start_error; }
-  void stop_sockets() override {}
+  void stop_sockets() override { ++sockets_stopped; }
   port::DatagramSocketResult open_datagram_socket() override {
     if (!socket_available) {
       return {nullptr, {24}};
@@ -78,6 +81,9 @@ class FakePortLayer : public port::PortLayer {
   void sleep_ms(std::uint32_t milliseconds) override {
     sleeps.push_back(milliseconds);
     now += milliseconds + oversleep_ms;
+    if (on_sleep) {
+      on_sleep(now);
+    }
   }
 
  private:

@@ -25,11 +25,17 @@ constexpr int WRITE_STALL_LIMIT_MS = 2000;
 
 class PosixSerialDevice final : public SerialDevice {
  public:
-  explicit PosixSerialDevice(int fd) : fd_(fd) {}
+  // `original` holds the line settings the port had before this program changed them, if they
+  // could be read.
+  PosixSerialDevice(int fd, std::optional<termios> original) : fd_(fd), original_(original) {}
   PosixSerialDevice(const PosixSerialDevice&) = delete;
   PosixSerialDevice& operator=(const PosixSerialDevice&) = delete;
 
   ~PosixSerialDevice() override {
+    // The next user of the port (a terminal's shell, another tool) gets it back as it was.
+    if (original_) {
+      tcsetattr(fd_, TCSANOW, &*original_);
+    }
     // A pseudo-terminal keeps the exclusive flag after close and would refuse the next open.
     ioctl(fd_, TIOCNXCL);
     ::close(fd_);  // also drops the flock
@@ -73,6 +79,7 @@ class PosixSerialDevice final : public SerialDevice {
 
  private:
   int fd_;
+  std::optional<termios> original_;
 };
 
 SerialOpenResult failure(SerialOpenStatus status, int os_error) {
@@ -193,8 +200,11 @@ SerialOpenResult open_serial_device(const std::string& path, const LineSettings&
     ::close(fd);
     return failure(SerialOpenStatus::open_failed, error);
   }
-  // From here the device object owns the descriptor and clears the exclusive flag when dropped.
-  auto device = std::make_unique<PosixSerialDevice>(fd);
+  // From here the device object owns the descriptor; when dropped it puts the line settings back
+  // and clears the exclusive flag.
+  termios original{};
+  auto device = std::make_unique<PosixSerialDevice>(
+      fd, tcgetattr(fd, &original) == 0 ? std::optional(original) : std::nullopt);
 
   errno = 0;
   if (!apply_line_settings(fd, line) || !apply_modem_lines(fd, line)) {
@@ -203,6 +213,9 @@ SerialOpenResult open_serial_device(const std::string& path, const LineSettings&
   if (!apply_read_timeouts(fd)) {
     return failure(SerialOpenStatus::timeouts_failed, errno);
   }
+  // A late answer to an earlier, interrupted run may still wait in the port: it would be taken
+  // for the answer to this run's first request.
+  tcflush(fd, TCIFLUSH);
   SerialOpenResult result;
   result.status = SerialOpenStatus::ok;
   result.device = std::move(device);

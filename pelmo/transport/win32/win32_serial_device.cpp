@@ -26,8 +26,17 @@ constexpr COMMTIMEOUTS POLLING_TIMEOUTS = {MAXDWORD, 0, 0, 0, 0};
 
 class Win32SerialDevice final : public SerialDevice {
  public:
-  explicit Win32SerialDevice(HANDLE handle) : handle_(handle) {}
-  ~Win32SerialDevice() override { CloseHandle(handle_); }
+  explicit Win32SerialDevice(HANDLE handle) : handle_(handle) {
+    original_.DCBlength = sizeof(original_);
+    has_original_ = GetCommState(handle_, &original_) != 0;
+  }
+  ~Win32SerialDevice() override {
+    // The next user of the port gets it back as it was.
+    if (has_original_) {
+      SetCommState(handle_, &original_);
+    }
+    CloseHandle(handle_);
+  }
   Win32SerialDevice(const Win32SerialDevice&) = delete;
   Win32SerialDevice& operator=(const Win32SerialDevice&) = delete;
 
@@ -77,6 +86,8 @@ class Win32SerialDevice final : public SerialDevice {
  private:
   HANDLE handle_;
   std::optional<std::uint8_t> pending_;  // a byte wait_readable took from the port
+  DCB original_{};  // the settings the port had before this program changed them
+  bool has_original_ = false;
 };
 
 SerialOpenResult failure(SerialOpenStatus status, DWORD error) {
@@ -115,6 +126,9 @@ SerialOpenResult open_serial_device(const std::string& device_path, const LineSe
   if (!SetCommTimeouts(handle, &timeouts)) {
     return failure(SerialOpenStatus::timeouts_failed, GetLastError());
   }
+  // A freshly opened port starts empty on most drivers; make sure of it, so that a late answer to
+  // an earlier, interrupted run is not taken for the answer to this run's first request.
+  PurgeComm(handle, PURGE_RXCLEAR | PURGE_RXABORT);
 
   SerialOpenResult result;
   result.status = SerialOpenStatus::ok;
