@@ -5,6 +5,7 @@
 #include <span>
 
 #include "pelmo/protocol/result_code.hpp"
+#include "pelmo/protocol/retransmission.hpp"
 
 namespace pelmo {
 
@@ -22,6 +23,9 @@ using ReceiveFunction = std::function<std::int32_t(
 // Called after each step the device acknowledged and while transports wait.
 using ProgressFunction = std::function<void()>;
 
+// Called by the chunked transfers after each acknowledged chunk: bytes done and bytes in total.
+using TransferProgressFunction = std::function<void(std::uint32_t done, std::uint32_t total)>;
+
 // How the library reaches one device. The caller owns it; every command takes it explicitly, so
 // one process can drive several links.
 struct LinkDriver {
@@ -35,6 +39,16 @@ struct LinkDriver {
   std::uint16_t max_attempts = 0;
   std::uint8_t flush_before_exchange = 0;
   std::uint32_t settle_delay_ms = 0;
+
+  // The adaptive engine; all of these may stay empty for the classic way.
+  TransferProgressFunction transfer_progress{};
+  // Non-null: the exchange retries the adaptive way with this link's estimate.
+  RoundTripEstimator* estimator = nullptr;
+  // Millisecond clock of the link (wraps at 32 bits), for deadlines and round-trip samples.
+  std::function<std::uint32_t()> clock_ms{};
+  // True once the caller wants the link's work to stop; the exchange then ends with
+  // RC_CANCELLED.
+  std::function<bool()> cancelled{};
 };
 
 // True when `driver` can carry an exchange (it exists and has both transport functions).

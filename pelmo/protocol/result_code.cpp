@@ -12,7 +12,7 @@ struct KnownCode {
 };
 
 // Every number with a meaning of its own; any other failure down to -255 is a device status.
-constexpr std::array<KnownCode, 12> KNOWN_CODES{{
+constexpr std::array<KnownCode, 13> KNOWN_CODES{{
     {RC_OK, ResultKind::success, "success"},
     {RC_FAILED, ResultKind::local_failure, "operation failed"},
     // Never made on this side: the device's end of data, a failure on any but a chunked read.
@@ -27,6 +27,7 @@ constexpr std::array<KnownCode, 12> KNOWN_CODES{{
     {RC_BAD_LENGTH, ResultKind::local_failure, "bad length"},
     {RC_NULL_POINTER, ResultKind::local_failure, "missing buffer or record"},
     {RC_TIMEOUT, ResultKind::local_failure, "no response (time-out)"},
+    {RC_CANCELLED, ResultKind::local_failure, "cancelled"},
 }};
 
 constexpr ResultCode LOWEST_DEVICE_STATUS = -255;

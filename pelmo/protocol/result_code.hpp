@@ -22,6 +22,8 @@ inline constexpr ResultCode RC_INCOMPLETE = -14;
 inline constexpr ResultCode RC_BAD_LENGTH = -19;
 inline constexpr ResultCode RC_NULL_POINTER = -21;
 inline constexpr ResultCode RC_TIMEOUT = -25;
+// The caller stopped the work; outside the range device statuses fold into (-255..-1).
+inline constexpr ResultCode RC_CANCELLED = -300;
 
 // Folds a device status byte into the result space (s OR 0xFFFFFF00); status 0 stays RC_OK.
 constexpr ResultCode device_status_code(std::uint8_t status) {

@@ -3,7 +3,13 @@
 #include <cstdint>
 #include <string_view>
 
+#include "pelmo/protocol/retransmission.hpp"
+
 namespace pelmo {
+
+// When a response counts as complete: after a quiet time (the classic way, which knows nothing of
+// frames), or as soon as one whole response frame with a good CRC is in.
+enum class Reception : std::uint8_t { quiet_time, framed };
 
 // The values a link is driven with: how long the device may take, how much one frame carries, how
 // often a request is tried, and when a response counts as complete.
@@ -15,6 +21,11 @@ struct LinkProfile {
   std::uint16_t max_attempts = 0;      // send-and-receive attempts of one exchange
   std::uint32_t first_byte_ms = 0;     // default wait for the first byte of a response
   std::uint32_t quiet_ms = 0;          // quiet time that ends a response
+  Reception reception = Reception::quiet_time;
+  RetransmissionSettings retransmission{};
+  // Non-zero: the erase wait scales with the area, base + per KiB (DeviceLink::set_erase_area).
+  std::uint32_t erase_base_ms = 0;
+  std::uint32_t erase_ms_per_kib = 0;
 };
 
 // The serial line and the UDP endpoint the device's bootloader listens on.
@@ -39,6 +50,45 @@ inline constexpr LinkProfile CLASSIC_UDP_PROFILE{
     .max_attempts = 3,
     .first_byte_ms = 2000,
     .quiet_ms = 150,
+};
+
+// The fast profiles: a reception ends at the frame, waits are event-driven, and the exchange
+// retries the adaptive way within a deadline. A LAN answers within a millisecond or so, so a few
+// tens of ms is the floor there; the serial floor is the frames' own line time plus a margin.
+inline constexpr LinkProfile FAST_UDP_PROFILE{
+    .erase_timeout_ms = 25000,
+    .write_timeout_ms = 4000,
+    .chunk_size = 1012,
+    .max_attempts = 0,  // bounded by the deadline alone
+    .first_byte_ms = 2000,
+    .quiet_ms = 150,
+    .reception = Reception::framed,
+    .retransmission = {.adaptive = true,
+                       .initial_rto_ms = 200,
+                       .min_rto_ms = 20,
+                       .max_rto_ms = 2000,
+                       .deadline_ms = 10000,
+                       .jitter_percent = 10},
+    .erase_base_ms = 1000,
+    .erase_ms_per_kib = 20,
+};
+inline constexpr LinkProfile FAST_SERIAL_PROFILE{
+    .erase_timeout_ms = 25000,
+    .write_timeout_ms = 200,
+    .chunk_size = 244,
+    .max_attempts = 0,
+    .first_byte_ms = 250,
+    .quiet_ms = 150,
+    .reception = Reception::framed,
+    .retransmission = {.adaptive = true,
+                       .initial_rto_ms = 250,
+                       .min_rto_ms = 20,
+                       .max_rto_ms = 2000,
+                       .line_bytes_per_second = 11520,
+                       .deadline_ms = 10000,
+                       .jitter_percent = 10},
+    .erase_base_ms = 1000,
+    .erase_ms_per_kib = 20,
 };
 
 // `profile` with the extra time-out a user asked for; a negative value counts as none.

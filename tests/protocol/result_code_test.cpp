@@ -27,6 +27,7 @@ TEST(ResultCode, KindStatusAndText) {
            Case{RC_TIMEOUT, local_failure, {}, "no response (time-out)"},
            Case{-255, device_status, 0x01, "failure status from the device"},
 
+           Case{RC_CANCELLED, local_failure, {}, "cancelled"},
            Case{-256, not_a_result, {}, "not a result code"},
 
        }) {
