@@ -1,0 +1,194 @@
+// Drives one operation on one or more devices at once with the classic or the fast profile and
+// reports, per device and for the whole run, the wall time, the bytes moved and the process's CPU
+// time as JSON lines. bench/engine_bench.py starts the simulators and compares the figures.
+//
+//   pelmo-engine-bench --profile fast|classic --op read|flash [--image FILE] [--size N]
+//                      [--attempts N] udp:A.B.C.D|serial:PATH ...
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "pelmo/commands/commands.hpp"
+#include "pelmo/formats/number_text.hpp"
+#include "pelmo/protocol/result_code.hpp"
+#include "pelmo/transport/device_link.hpp"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+  bool fast = true;
+  std::string op = "read";
+  std::string image_path;
+  std::uint32_t size = 1u << 20;  // read buffer
+  std::uint16_t attempts = 0;
+  std::vector<std::string> targets;
+};
+
+struct Outcome {
+  pelmo::ResultCode code = pelmo::RC_FAILED;
+  double seconds = 0;
+  std::uint64_t bytes = 0;
+};
+
+[[noreturn]] void usage(const char* why) {
+  std::fprintf(stderr, "pelmo-engine-bench: %s\n", why);
+  std::exit(2);
+}
+
+Options parse(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    const auto value = [&]() -> std::string_view {
+      if (i + 1 >= argc) {
+        usage("an option wants a value");
+      }
+      return argv[++i];
+    };
+    if (arg == "--profile") {
+      const std::string_view profile = value();
+      options.fast = profile == "fast";
+      if (!options.fast && profile != "classic") {
+        usage("--profile is fast or classic");
+      }
+    } else if (arg == "--op") {
+      options.op = value();
+    } else if (arg == "--image") {
+      options.image_path = value();
+    } else if (arg == "--size" || arg == "--attempts") {
+      const std::uint64_t max = arg == "--size" ? 0xFFFFFFFFu : 0xFFFFu;
+      const pelmo::ParsedNumber number = pelmo::parse_unsigned(value(), 10, max);
+      if (number.error != pelmo::NumberError::none) {
+        usage("a count is a decimal number");
+      }
+      if (arg == "--size") {
+        options.size = static_cast<std::uint32_t>(number.value);
+      } else {
+        options.attempts = static_cast<std::uint16_t>(number.value);
+      }
+    } else {
+      options.targets.emplace_back(arg);
+    }
+  }
+  if (options.targets.empty() || (options.op != "read" && options.op != "flash")) {
+    usage("usage: --profile fast|classic --op read|flash [--image FILE] TARGET...");
+  }
+  if (options.op == "flash" && options.image_path.empty()) {
+    usage("flash wants --image");
+  }
+  return options;
+}
+
+std::optional<pelmo::DeviceAddress> address_of(std::string_view target) {
+  if (target.starts_with("serial:")) {
+    return pelmo::SerialPort{std::string(target.substr(7))};
+  }
+  if (!target.starts_with("udp:")) {
+    return std::nullopt;
+  }
+  pelmo::UdpDevice device;
+  std::string_view rest = target.substr(4);
+  for (std::size_t i = 0; i < 4; ++i) {
+    const std::size_t dot = rest.find('.');
+    const pelmo::ParsedNumber part = pelmo::parse_unsigned(rest.substr(0, dot), 10, 255);
+    if (part.error != pelmo::NumberError::none || (i < 3) == (dot == std::string_view::npos)) {
+      return std::nullopt;
+    }
+    device.address[i] = static_cast<std::uint8_t>(part.value);
+    rest = dot == std::string_view::npos ? std::string_view() : rest.substr(dot + 1);
+  }
+  return device;
+}
+
+Outcome run_one(const Options& options, const pelmo::DeviceAddress& address,
+                const std::vector<std::uint8_t>& image) {
+  Outcome outcome;
+  const bool udp = std::holds_alternative<pelmo::UdpDevice>(address);
+  pelmo::LinkProfile profile =
+      options.fast ? (udp ? pelmo::FAST_UDP_PROFILE : pelmo::FAST_SERIAL_PROFILE)
+                   : (udp ? pelmo::CLASSIC_UDP_PROFILE : pelmo::CLASSIC_SERIAL_PROFILE);
+  if (options.attempts != 0) {
+    profile.max_attempts = options.attempts;
+  }
+  pelmo::DeviceLink link(pelmo::port::system_port_layer());
+  const auto start = Clock::now();
+  if (const pelmo::OpenResult opened = link.open(address, profile); !opened.ok) {
+    std::fprintf(stderr, "pelmo-engine-bench: %s\n", opened.message.c_str());
+    return outcome;
+  }
+  const pelmo::LinkDriver* driver = link.driver();
+  if (options.op == "read") {
+    std::vector<std::uint8_t> buffer(options.size);
+    std::uint32_t read = 0;
+    outcome.code = pelmo::read_firmware(driver, buffer, &read);
+    outcome.bytes = read;
+  } else {
+    outcome.code = pelmo::erase_firmware(driver);
+    if (outcome.code == pelmo::RC_OK) {
+      outcome.code = pelmo::write_firmware(driver, image, static_cast<std::uint32_t>(image.size()));
+    }
+    if (outcome.code == pelmo::RC_OK) {
+      outcome.code = pelmo::verify_firmware(driver, image);
+    }
+    outcome.bytes = outcome.code == pelmo::RC_OK ? image.size() : 0;
+  }
+  outcome.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  return outcome;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const Options options = parse(argc, argv);
+  std::vector<std::uint8_t> image;
+  if (!options.image_path.empty()) {
+    std::ifstream file(options.image_path, std::ios::binary);
+    image.assign(std::istreambuf_iterator<char>(file), {});
+    if (image.empty()) {
+      usage("the image cannot be read or is empty");
+    }
+  }
+  std::vector<pelmo::DeviceAddress> addresses;
+  for (const std::string& target : options.targets) {
+    const auto address = address_of(target);
+    if (!address) {
+      usage("a target is udp:A.B.C.D or serial:PATH");
+    }
+    addresses.push_back(*address);
+  }
+
+  std::vector<Outcome> outcomes(addresses.size());
+  const std::clock_t cpu_start = std::clock();
+  const auto start = Clock::now();
+  {
+    std::vector<std::jthread> workers;
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+      workers.emplace_back([&, i] { outcomes[i] = run_one(options, addresses[i], image); });
+    }
+  }
+  const double wall = std::chrono::duration<double>(Clock::now() - start).count();
+  const double cpu = static_cast<double>(std::clock() - cpu_start) / CLOCKS_PER_SEC;
+
+  bool all_ok = true;
+  for (std::size_t i = 0; i < outcomes.size(); ++i) {
+    const Outcome& o = outcomes[i];
+    all_ok = all_ok && o.code == pelmo::RC_OK;
+    std::printf("{\"target\": \"%s\", \"code\": %d, \"seconds\": %.4f, \"bytes\": %llu}\n",
+                options.targets[i].c_str(), o.code, o.seconds,
+                static_cast<unsigned long long>(o.bytes));
+  }
+  std::printf("{\"wall\": %.4f, \"cpu\": %.4f, \"ok\": %s}\n", wall, cpu,
+              all_ok ? "true" : "false");
+  return all_ok ? 0 : 1;
+}
