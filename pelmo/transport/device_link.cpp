@@ -23,7 +23,9 @@ struct Opener {
     transport = std::move(udp);
     return result;
   }
-  ResponseTimes times() const { return {profile.first_byte_ms, profile.quiet_ms}; }
+  ResponseTimes times() const {
+    return {profile.first_byte_ms, profile.quiet_ms, profile.reception};
+  }
 };
 
 }  // namespace

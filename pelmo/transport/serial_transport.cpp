@@ -65,6 +65,25 @@ std::variant<LineSettings, std::string> line_settings(std::int32_t baud_rate,
                       true,      true};
 }
 
+// The open port as the framed reception reads it.
+class SerialSource final : public ByteSource {
+ public:
+  explicit SerialSource(port::SerialDevice& device) : device_(device) {}
+  bool wait_readable(std::uint32_t timeout_ms) override {
+    return device_.wait_readable(timeout_ms);
+  }
+  std::optional<std::size_t> read(std::span<std::uint8_t> buffer) override {
+    const std::int32_t count = device_.read(buffer);
+    if (count <= 0) {
+      return std::nullopt;
+    }
+    return std::min(static_cast<std::size_t>(count), buffer.size());
+  }
+
+ private:
+  port::SerialDevice& device_;
+};
+
 }  // namespace
 
 SerialTransport::SerialTransport(port::PortLayer& ports) : ports_(ports) {}
@@ -101,6 +120,10 @@ std::int32_t SerialTransport::send(std::span<const std::uint8_t> bytes) {
   if (!device_) {
     return SEND_FAILED;
   }
+  if (times_.reception == Reception::framed) {
+    SerialSource source(*device_);
+    framed_.drain(source);
+  }
   const std::int32_t written = device_->write(bytes);
   return written < 0 ? SEND_FAILED : written;
 }
@@ -112,6 +135,11 @@ std::int32_t SerialTransport::receive(std::span<std::uint8_t> buffer, std::uint1
   }
   const std::uint64_t first_byte_timeout = timeout_ms == 0 ? times_.first_byte_ms : timeout_ms;
   const std::size_t capacity = std::min(buffer.size(), MAX_CAPACITY);
+  if (times_.reception == Reception::framed) {
+    SerialSource source(*device_);
+    return framed_.receive(source, ports_, buffer.first(capacity),
+                           static_cast<std::uint32_t>(first_byte_timeout), times_.quiet_ms, idle);
+  }
 
   std::size_t received = 0;
   std::uint64_t idle_ms = 0;  // counted per empty poll, not clocked

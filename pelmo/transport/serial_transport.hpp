@@ -7,6 +7,7 @@
 #include <string_view>
 #include <variant>
 
+#include "pelmo/transport/framed_reception.hpp"
 #include "pelmo/transport/port_layer.hpp"
 #include "pelmo/transport/transport.hpp"
 
@@ -20,9 +21,9 @@ struct ComPort {
 // A serial port: a COM port, or a device path such as "/dev/ttyUSB0" or "\\.\COM3".
 using SerialPort = std::variant<ComPort, std::string>;
 
-// Carries frames over a serial line and decides by time when a response is complete. One object
-// holds at most one port: a successful open releases the port opened before, a failed one leaves
-// it in use.
+// Carries frames over a serial line. A response is complete after a quiet time (polled), or,
+// framed, as soon as its whole frame is in (waited for). One object holds at most one port: a
+// successful open releases the port opened before, a failed one leaves it in use.
 class SerialTransport final : public Transport {
  public:
   // The pause between two reads; the idle time is counted in these steps, not clocked.
@@ -36,9 +37,11 @@ class SerialTransport final : public Transport {
   OpenResult open(const SerialPort& port, std::int32_t baud_rate, std::string_view mode,
                   ResponseTimes times);
 
-  // Writes all of `bytes` in one call: the count the port took, or SEND_FAILED.
+  // Writes all of `bytes` in one call: the count the port took, or SEND_FAILED. Framed, what
+  // arrived and was not taken is read away first.
   std::int32_t send(std::span<const std::uint8_t> bytes) override;
-  // Polls every 10 ms, counting each empty poll as 10 ms of idle time.
+  // Quiet time: polls every 10 ms, counting each empty poll as 10 ms of idle time. Framed: waits
+  // on the port until a whole frame is in.
   std::int32_t receive(std::span<std::uint8_t> buffer, std::uint16_t min_count,
                        std::uint32_t timeout_ms, const ProgressFunction& idle) override;
   void close() override { device_.reset(); }
@@ -52,6 +55,7 @@ class SerialTransport final : public Transport {
   port::PortLayer& ports_;
   std::unique_ptr<port::SerialDevice> device_;
   ResponseTimes times_;
+  FramedReception framed_;
 };
 
 }  // namespace pelmo

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "pelmo/protocol/link_driver.hpp"
+#include "pelmo/transport/link_profile.hpp"
 
 namespace pelmo {
 
@@ -23,14 +24,16 @@ struct OpenResult {
 };
 
 // The waits that decide when a response is complete: the first byte (when a receive is given no
-// time-out of its own), then the quiet time that ends a response once bytes have arrived.
+// time-out of its own), then the quiet time that ends a response once bytes have arrived; or,
+// framed, the whole response frame, with the quiet time only telling a false start.
 struct ResponseTimes {
   std::uint32_t first_byte_ms = 1;
   std::uint32_t quiet_ms = 1;
+  Reception reception = Reception::quiet_time;
 };
 
-// Moves bytes to and from one device. It knows nothing of frames; each transport has its own
-// open, with the arguments its kind of link needs, returning an OpenResult.
+// Moves bytes to and from one device. Each transport has its own open, with the arguments its
+// kind of link needs, returning an OpenResult.
 class Transport {
  public:
   // What send returns when nothing was sent (no open link, or the system refused).
@@ -38,14 +41,19 @@ class Transport {
 
   virtual ~Transport() = default;
 
-  // Sends `bytes` as one request: the count taken, or SEND_FAILED.
+  // Sends `bytes` as one request: the count taken, or SEND_FAILED. Framed, it first discards
+  // whatever arrived and was not taken, so a late answer is never taken for this request's.
   virtual std::int32_t send(std::span<const std::uint8_t> bytes) = 0;
 
-  // Collects one response into `buffer` (its size is the capacity, cut to 65535): waits
-  // `timeout_ms` (0: the first-byte time-out given at open) for a first byte, then ends after the
-  // quiet time, or at the first quiet poll once `min_count` (> 0) bytes are in, or when the
-  // buffer is full. Calls `idle` (when set) on every poll that does not end the receive. Returns
-  // the count placed, 0 for silence, errors or when not open; never negative.
+  // Collects one response into `buffer` (its size is the capacity, cut to 65535).
+  // Quiet time: waits `timeout_ms` (0: the first-byte time-out given at open) for a first byte,
+  // then ends after the quiet time, or at the first quiet poll once `min_count` (> 0) bytes are
+  // in, or when the buffer is full; calls `idle` (when set) on every poll that does not end the
+  // receive.
+  // Framed: returns the first whole response frame with a good CRC that arrives within
+  // `timeout_ms` (0: the first-byte time-out) of the call, cut to the buffer; `min_count` plays
+  // no part; waits on the device in slices of at most 50 ms and calls `idle` after each.
+  // Returns the count placed, 0 for silence, errors or when not open; never negative.
   virtual std::int32_t receive(std::span<std::uint8_t> buffer, std::uint16_t min_count,
                                std::uint32_t timeout_ms, const ProgressFunction& idle) = 0;
 

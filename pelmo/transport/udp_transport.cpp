@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -22,6 +23,31 @@ std::string dotted(const Ipv4Address& address) {
 std::string with_os_error(std::string text, const port::OsError& error) {
   return text + " (os error " + std::to_string(error.code) + ")";
 }
+
+// The device's datagrams as the framed reception reads them.
+class DeviceDatagrams final : public ByteSource {
+ public:
+  DeviceDatagrams(port::DatagramSocket& socket, const port::Ipv4Endpoint& device)
+      : socket_(socket), device_(device) {}
+  bool wait_readable(std::uint32_t timeout_ms) override {
+    return socket_.wait_readable(timeout_ms);
+  }
+  std::optional<std::size_t> read(std::span<std::uint8_t> buffer) override {
+    port::Ipv4Endpoint sender;
+    const std::int32_t count = socket_.receive_from(buffer, sender);
+    if (count <= 0) {
+      return std::nullopt;
+    }
+    if (sender != device_) {
+      return 0;  // another sender's datagram neither ends nor spoils the response
+    }
+    return std::min(static_cast<std::size_t>(count), buffer.size());
+  }
+
+ private:
+  port::DatagramSocket& socket_;
+  const port::Ipv4Endpoint& device_;
+};
 
 }  // namespace
 
@@ -69,6 +95,10 @@ std::int32_t UdpTransport::send(std::span<const std::uint8_t> bytes) {
   if (!socket_) {
     return SEND_FAILED;
   }
+  if (times_.reception == Reception::framed) {
+    DeviceDatagrams source(*socket_, destination_);
+    framed_.drain(source);
+  }
   const std::int32_t sent = socket_->send_to(destination_, bytes);
   return sent < 0 ? SEND_FAILED : sent;
 }
@@ -80,6 +110,11 @@ std::int32_t UdpTransport::receive(std::span<std::uint8_t> buffer, std::uint16_t
   }
   const std::uint64_t first_byte_timeout = timeout_ms == 0 ? times_.first_byte_ms : timeout_ms;
   const std::size_t capacity = std::min(buffer.size(), MAX_CAPACITY);
+  if (times_.reception == Reception::framed) {
+    DeviceDatagrams source(*socket_, destination_);
+    return framed_.receive(source, ports_, buffer.first(capacity),
+                           static_cast<std::uint32_t>(first_byte_timeout), times_.quiet_ms, idle);
+  }
 
   std::size_t received = 0;
   std::uint64_t idle_ms = 0;

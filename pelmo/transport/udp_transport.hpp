@@ -4,6 +4,7 @@
 #include <memory>
 #include <span>
 
+#include "pelmo/transport/framed_reception.hpp"
 #include "pelmo/transport/local_address.hpp"
 #include "pelmo/transport/port_layer.hpp"
 #include "pelmo/transport/transport.hpp"
@@ -11,9 +12,10 @@
 namespace pelmo {
 
 // Carries frames as UDP datagrams over IPv4: a request is one datagram to the device, a response is
-// whatever the device sends back until a quiet time has passed. Only datagrams from the device's
-// address and port are accepted. The socket is bound to the device's port number, so one host
-// address serves one such link at a time.
+// whatever the device sends back until a quiet time has passed, or, framed, the first whole frame
+// its datagrams carry. Only datagrams from the device's address and port are accepted. Every
+// socket call goes through port::DatagramSocket, so the socket may be shared by a hub. The socket
+// is bound to the device's port number, so one host address serves one such link at a time.
 class UdpTransport final : public Transport {
  public:
   static constexpr std::uint32_t POLL_INTERVAL_MS = 5;
@@ -28,10 +30,13 @@ class UdpTransport final : public Transport {
   // the device best (or on all interfaces); takes `times` only when every step succeeded.
   OpenResult open(const port::Ipv4Endpoint& device, ResponseTimes times);
 
-  // Sends `bytes` as one datagram to the device: the count sent, or SEND_FAILED.
+  // Sends `bytes` as one datagram to the device: the count sent, or SEND_FAILED. Framed, the
+  // datagrams that arrived and were not taken are read away first.
   std::int32_t send(std::span<const std::uint8_t> bytes) override;
-  // Polls every 5 ms, measuring the idle time with the millisecond tick. A datagram from any
-  // other sender ends the receive with 0.
+  // Quiet time: polls every 5 ms, measuring the idle time with the millisecond tick; a datagram
+  // from any other sender ends the receive with 0. Framed: waits on the socket until the device's
+  // datagrams hold a whole frame (a frame may span several); other senders' datagrams are
+  // ignored.
   std::int32_t receive(std::span<std::uint8_t> buffer, std::uint16_t min_count,
                        std::uint32_t timeout_ms, const ProgressFunction& idle) override;
   // Closes the socket and releases the socket library.
@@ -50,6 +55,7 @@ class UdpTransport final : public Transport {
   port::Ipv4Endpoint destination_;
   port::Ipv4Endpoint local_address_;
   ResponseTimes times_;
+  FramedReception framed_;
 };
 
 }  // namespace pelmo

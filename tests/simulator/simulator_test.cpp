@@ -26,6 +26,7 @@
 #include "simulator/device_status.hpp"
 #include "simulator/options.hpp"
 #include "simulator/responder.hpp"
+#include "simulator/stream_framer.hpp"
 
 namespace pelmo::sim {
 namespace {
@@ -99,6 +100,33 @@ std::string render(const std::vector<Transmission>& out) {
                                            : "x" + std::to_string(piece.bytes.size());
   }
   return text;
+}
+
+// The serial line's framer reports each run of dropped bytes (the reason of its first) before the
+// frame that ends it, keeps a partial frame until the line has been quiet for 100 ms, and then
+// still finds the frame a false start hid.
+TEST(StreamFramer, ReportsDropsInOrderAndGivesUpAPartialFrame) {
+  const Bytes probe = request(0x8F);
+  const Bytes read = request(0x01, 0, 4);      // seen one byte early, it announces 1024 bytes
+  Bytes stream = {0x00, 0x11, REQUEST_START};  // garbage, then a start that hides `read`
+  stream.insert(stream.end(), read.begin(), read.end());
+  const auto events = [](const std::vector<FramerEvent>& list) {
+    std::string text;
+    for (const FramerEvent& event : list) {
+      text += event.frame.empty() ? "drop" + std::to_string(event.dropped) + "/" +
+                                        std::to_string(event.reason) + " "
+                                  : "frame" + std::to_string(event.frame.size()) + " ";
+    }
+    return text;
+  };
+  StreamFramer framer;
+  Bytes first = probe;
+  first.insert(first.end(), stream.begin(), stream.end());
+  EXPECT_EQ(events(framer.feed(first, 1000)), "frame12 drop2/-6 ");
+  EXPECT_EQ(framer.deadline(), 1100u);
+  EXPECT_EQ(events(framer.expire(1099)), "");
+  EXPECT_EQ(events(framer.expire(1100)), "drop1/-19 frame12 ");
+  EXPECT_EQ(framer.deadline(), std::nullopt);
 }
 
 TEST(Responder, FaultOptionsDoWhatTheySay) {

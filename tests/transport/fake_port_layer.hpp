@@ -26,16 +26,18 @@ inline Bytes sequence(std::size_t count, std::uint8_t first = 1) {
 }
 
 // One read of the fake serial line or socket: bytes (a datagram from `sender`), nothing when
-// `bytes` is empty, or a failing read.
+// `bytes` is empty, or a failing read. It arrives `at` ms after the script's start; a read before
+// then finds nothing and leaves it queued.
 struct Poll {
   Bytes bytes{};
   port::Ipv4Endpoint sender{};
   bool fails = false;
+  std::uint32_t at = 0;
 };
 
-// A port layer whose clock moves only when the code under test sleeps. The script of reads runs
-// out into silence. A serial device stays held, and refuses a second opener, until the object
-// that opened it lets it go.
+// A port layer whose clock moves only when the code under test sleeps or waits: a wait ends at
+// the next arrival, or after its time-out. The script of reads runs out into silence. A serial
+// device stays held, and refuses a second opener, until the object that opened it lets it go.
 class FakePortLayer : public port::PortLayer {
  public:
   std::deque<Poll> polls;
@@ -52,8 +54,11 @@ class FakePortLayer : public port::PortLayer {
   std::vector<std::array<std::uint8_t, 4>> host;
 
   std::uint32_t now = 0;
+  std::uint32_t script_start = 0;  // the clock reading the arrival times count from
   std::uint32_t oversleep_ms = 0;  // added to every sleep, as a loaded system would
   std::vector<std::uint32_t> sleeps;
+  // Every read ("read N", N the count it returned), wait ("wait T", T its time-out) and sleep.
+  std::vector<std::string> trace;
   std::function<void(std::uint32_t now)> on_sleep;  // runs after each sleep
   int sockets_stopped = 0;
 
@@ -80,6 +85,7 @@ class FakePortLayer : public port::PortLayer {
   std::uint32_t tick_ms() override { return now; }
   void sleep_ms(std::uint32_t milliseconds) override {
     sleeps.push_back(milliseconds);
+    trace.push_back("sleep " + std::to_string(milliseconds));
     now += milliseconds + oversleep_ms;
     if (on_sleep) {
       on_sleep(now);
@@ -98,14 +104,17 @@ class FakePortLayer : public port::PortLayer {
     // Like a real port, a read takes no more than it was offered; the rest of a poll is lost.
     std::int32_t receive_from(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) override {
       ++p.reads;
-      const Poll poll = p.polls.empty() ? Poll{} : p.polls.front();
-      if (!p.polls.empty()) {
+      const bool arrived = !p.polls.empty() && p.arrival_in(0).has_value();
+      const Poll poll = arrived ? p.polls.front() : Poll{};
+      if (arrived) {
         p.polls.pop_front();
       }
       const std::size_t count = std::min(buffer.size(), poll.bytes.size());
       std::copy_n(poll.bytes.begin(), count, buffer.begin());
       from = poll.sender;
-      return poll.fails ? -1 : static_cast<std::int32_t>(count);
+      const std::int32_t result = poll.fails ? -1 : static_cast<std::int32_t>(count);
+      p.trace.push_back("read " + std::to_string(result));
+      return result;
     }
     std::int32_t read(std::span<std::uint8_t> buffer) override {
       port::Ipv4Endpoint from;
@@ -120,8 +129,23 @@ class FakePortLayer : public port::PortLayer {
       return write(bytes);
     }
     port::OsError bind(const port::Ipv4Endpoint&) override { return p.bind_error; }
-    bool wait_readable(std::uint32_t) override { return !p.polls.empty(); }
+    bool wait_readable(std::uint32_t timeout_ms) override {
+      p.trace.push_back("wait " + std::to_string(timeout_ms));
+      const std::optional<std::uint32_t> arrival = p.arrival_in(timeout_ms);
+      p.now += arrival.value_or(timeout_ms);
+      return arrival.has_value();
+    }
   };
+
+  // How long until the next scripted read arrives, if it does within `within_ms`.
+  std::optional<std::uint32_t> arrival_in(std::uint32_t within_ms) const {
+    if (polls.empty()) {
+      return std::nullopt;
+    }
+    const std::uint32_t elapsed = now - script_start;  // the tick wraps
+    const std::uint32_t until = polls.front().at > elapsed ? polls.front().at - elapsed : 0;
+    return until <= within_ms ? std::optional(until) : std::nullopt;
+  }
 };
 
 // Queues `script` and receives into a buffer of `capacity`; checks that the buffer holds the

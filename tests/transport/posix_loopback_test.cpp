@@ -8,12 +8,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <functional>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "fake_port_layer.hpp"
 #include "pelmo/protocol/exchange.hpp"
+#include "pelmo/protocol/frame.hpp"
 #include "pelmo/transport/device_link.hpp"
 
 namespace pelmo::test {
@@ -155,6 +158,56 @@ TEST(PosixLinks, TwoLinksAtOnceAndASecondLinkOnTheSamePortIsRefused) {
   }
   check_wait(*dynamic_cast<UdpTransport&>(*udp.transport()).socket(),
              [&] { device.send_to(0x7F004D01u, sequence(12)); });
+}
+
+// Framed, a receive returns the moment a frame's last byte is in. `deliver` is handed the pieces to
+// send: garbage and the first half of a response frame now, the second half 40 ms later. A quiet
+// time would add 150 ms after that.
+void check_framed_receive(Transport& transport, const std::function<void(const Bytes&)>& deliver) {
+  Bytes frame(FRAME_BUFFER_SIZE);
+  std::uint16_t size = 0;
+  ASSERT_EQ(encode_frame(Direction::response, 0, 0x40, 200, sequence(200).data(), frame, &size),
+            RC_OK);
+  frame.resize(size);
+  Bytes first(102, 0x7E);  // two bytes of garbage, then half the frame
+  std::copy_n(frame.begin(), 100, first.begin() + 2);
+  const std::uint32_t start = SYSTEM.tick_ms();
+  std::thread device([&] {
+    deliver(first);
+    std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    deliver(Bytes(frame.begin() + 100, frame.end()));
+  });
+  std::array<std::uint8_t, 2048> buffer{};
+  const std::int32_t count = transport.receive(buffer, 0, 2000, {});
+  const std::uint32_t elapsed = SYSTEM.tick_ms() - start;
+  device.join();
+  EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + count), frame);
+  EXPECT_GE(elapsed, 35u);
+  EXPECT_LT(elapsed, 150u);
+}
+
+TEST(PosixFramed, SerialReceiveEndsAtTheFrame) {
+  Pty pty;
+  SerialTransport transport(SYSTEM);
+  ASSERT_TRUE(
+      transport.open(std::string(pty.name.data()), 115200, "8N1", {250, 150, Reception::framed})
+          .ok);
+  check_framed_receive(transport, [&](const Bytes& piece) {
+    ASSERT_EQ(::write(pty.master, piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
+  });
+}
+
+// The frame comes in two datagrams, with another sender's datagram between them.
+TEST(PosixFramed, UdpReceiveEndsAtTheFrame) {
+  const UdpPeer device(0x7F004E02u, DEVICE_UDP_PORT), stranger(0x7F004E03u, DEVICE_UDP_PORT);
+  LoopbackHost host({{127, 0, 78, 1}});
+  UdpTransport transport(host);
+  ASSERT_TRUE(
+      transport.open({{127, 0, 78, 2}, DEVICE_UDP_PORT}, {2000, 150, Reception::framed}).ok);
+  check_framed_receive(transport, [&](const Bytes& piece) {
+    device.send_to(0x7F004E01u, piece);
+    stranger.send_to(0x7F004E01u, sequence(12));
+  });
 }
 
 }  // namespace
