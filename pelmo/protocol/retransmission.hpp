@@ -23,7 +23,7 @@ struct RetransmissionSettings {
   std::uint32_t jitter_percent = 0;  // each backed-off wait varies by up to this much
 };
 
-// The per-link state of the adaptive way; defined with the exchange.
+// The per-link state of the adaptive way (round_trip_estimator.hpp).
 class RoundTripEstimator;
 
 }  // namespace pelmo
