@@ -8,9 +8,14 @@ namespace {
 // Doubling stops here; the max clamps long before on any sane profile.
 constexpr unsigned MAX_BACKOFF = 16;
 
-std::uint32_t to_ms(std::uint64_t eighths) {
+// Milliseconds are kept in 1/1024 steps, so the 1/8 and 1/4 steps of the smoothing keep their
+// fractions over many samples.
+constexpr std::uint64_t SCALE = 1024;
+
+std::uint32_t to_ms(std::uint64_t scaled) {
+  // Rounded up: never wait too little.
   return static_cast<std::uint32_t>(
-      std::min<std::uint64_t>((eighths + 7) / 8, UINT32_MAX));  // rounded up: never wait too little
+      std::min<std::uint64_t>((scaled + SCALE - 1) / SCALE, UINT32_MAX));
 }
 
 }  // namespace
@@ -19,15 +24,15 @@ RoundTripEstimator::RoundTripEstimator(const RetransmissionSettings& settings, s
     : settings_(settings), random_state_(seed) {}
 
 void RoundTripEstimator::sample(std::uint32_t rtt_ms) {
-  const std::uint64_t r_8 = std::uint64_t{rtt_ms} * 8;
+  const std::uint64_t r = std::uint64_t{rtt_ms} * SCALE;
   if (!sampled_) {
-    srtt_8_ = r_8;
-    rttvar_8_ = r_8 / 2;
+    srtt_ = r;
+    rttvar_ = r / 2;
     sampled_ = true;
   } else {
-    const std::uint64_t deviation = srtt_8_ > r_8 ? srtt_8_ - r_8 : r_8 - srtt_8_;
-    rttvar_8_ = (3 * rttvar_8_ + deviation) / 4;
-    srtt_8_ = (7 * srtt_8_ + r_8) / 8;
+    const std::uint64_t deviation = srtt_ > r ? srtt_ - r : r - srtt_;
+    rttvar_ = (3 * rttvar_ + deviation) / 4;
+    srtt_ = (7 * srtt_ + r) / 8;
   }
   backoff_ = 0;
 }
@@ -47,7 +52,7 @@ std::uint32_t RoundTripEstimator::floor_ms(std::size_t frame_bytes) const {
 }
 
 std::uint32_t RoundTripEstimator::rto_ms(std::size_t frame_bytes) const {
-  const std::uint32_t rto = sampled_ ? to_ms(srtt_8_ + 4 * rttvar_8_) : settings_.initial_rto_ms;
+  const std::uint32_t rto = sampled_ ? to_ms(srtt_ + 4 * rttvar_) : settings_.initial_rto_ms;
   const std::uint32_t floor = floor_ms(frame_bytes);
   // The floor wins over the max: no answer arrives before its own line time.
   const std::uint32_t ceiling =
@@ -72,11 +77,11 @@ std::uint32_t RoundTripEstimator::next_wait_ms(std::size_t frame_bytes) {
 }
 
 std::optional<std::uint32_t> RoundTripEstimator::srtt_ms() const {
-  return sampled_ ? std::optional(to_ms(srtt_8_)) : std::nullopt;
+  return sampled_ ? std::optional(to_ms(srtt_)) : std::nullopt;
 }
 
 std::optional<std::uint32_t> RoundTripEstimator::rttvar_ms() const {
-  return sampled_ ? std::optional(to_ms(rttvar_8_)) : std::nullopt;
+  return sampled_ ? std::optional(to_ms(rttvar_)) : std::nullopt;
 }
 
 // splitmix64: small, fast and the same sequence on every platform for a given seed.

@@ -49,9 +49,9 @@ class RoundTripEstimator {
   std::uint64_t next_random();
 
   RetransmissionSettings settings_;
-  // In eighths of a millisecond, so the 1/8 and 1/4 steps keep their fractions.
-  std::uint64_t srtt_8_ = 0;
-  std::uint64_t rttvar_8_ = 0;
+  // In 1/1024 ms.
+  std::uint64_t srtt_ = 0;
+  std::uint64_t rttvar_ = 0;
   bool sampled_ = false;
   unsigned backoff_ = 0;
   std::uint64_t random_state_;
