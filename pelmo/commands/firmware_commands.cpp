@@ -39,7 +39,8 @@ ResultCode erase_firmware(const LinkDriver* link) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return acknowledged_command(*link, CommandCode::CMD_ERASE_FW, link->erase_timeout_ms);
+  return acknowledged_command(*link, CommandCode::CMD_ERASE_FW, link->erase_timeout_ms,
+                              AnswerWait::erase);
 }
 
 ResultCode write_firmware(const LinkDriver* link, std::span<const std::uint8_t> buffer,
@@ -63,7 +64,8 @@ ResultCode write_firmware(const LinkDriver* link, std::span<const std::uint8_t> 
   if (rc != RC_OK) {
     return rc;
   }
-  return acknowledged_command(*link, CommandCode::CMD_END_FW, link->write_timeout_ms);
+  return acknowledged_command(*link, CommandCode::CMD_END_FW, link->write_timeout_ms,
+                              AnswerWait::round_trip);
 }
 
 ResultCode verify_firmware(const LinkDriver* link, std::span<const std::uint8_t> image) {

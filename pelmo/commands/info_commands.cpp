@@ -20,7 +20,7 @@ ResultCode read_firmware_info(const LinkDriver* link, FirmwareInfo& info) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return query_command(*link, CommandCode::CMD_FW_INFO, [&info](auto payload) {
+  return query_command(*link, CommandCode::CMD_FW_INFO, FIRMWARE_INFO_SIZE, [&info](auto payload) {
     if (payload.size() != FIRMWARE_INFO_SIZE) {
       return RC_MISMATCH;
     }
@@ -33,13 +33,14 @@ ResultCode read_bootloader_info(const LinkDriver* link, BootloaderInfo& info) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return query_command(*link, CommandCode::CMD_BOOTLOADER_INFO, [&info](auto payload) {
-    if (payload.size() != BOOTLOADER_INFO_SIZE) {
-      return RC_MISMATCH;
-    }
-    info = bootloader_info_from_wire(payload.template first<BOOTLOADER_INFO_SIZE>());
-    return RC_OK;
-  });
+  return query_command(
+      *link, CommandCode::CMD_BOOTLOADER_INFO, BOOTLOADER_INFO_SIZE, [&info](auto payload) {
+        if (payload.size() != BOOTLOADER_INFO_SIZE) {
+          return RC_MISMATCH;
+        }
+        info = bootloader_info_from_wire(payload.template first<BOOTLOADER_INFO_SIZE>());
+        return RC_OK;
+      });
 }
 
 ResultCode read_control(const LinkDriver* link, ControlRecord& record) {
@@ -48,29 +49,30 @@ ResultCode read_control(const LinkDriver* link, ControlRecord& record) {
   }
   // Bootloaders differ in how much control data they keep: a shorter record reads as zeros
   // behind its end, a longer one is cut to the fields the host knows.
-  return query_command(*link, CommandCode::CMD_READ_CONTROL, [&record](auto payload) {
-    std::array<std::uint8_t, CONTROL_RECORD_SIZE> bytes{};
-    const std::size_t count = std::min(payload.size(), CONTROL_RECORD_SIZE);
-    if (count > 0) {
-      copy_memory(bytes.data(), payload.data(), static_cast<std::uint16_t>(count));
-    }
-    record = control_record_from_wire(bytes);
-    return RC_OK;
-  });
+  return query_command(
+      *link, CommandCode::CMD_READ_CONTROL, CONTROL_RECORD_SIZE, [&record](auto payload) {
+        std::array<std::uint8_t, CONTROL_RECORD_SIZE> bytes{};
+        const std::size_t count = std::min(payload.size(), CONTROL_RECORD_SIZE);
+        if (count > 0) {
+          copy_memory(bytes.data(), payload.data(), static_cast<std::uint16_t>(count));
+        }
+        record = control_record_from_wire(bytes);
+        return RC_OK;
+      });
 }
 
 ResultCode clear_control(const LinkDriver* link) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return query_command(*link, CommandCode::CMD_CLEAR_CONTROL, expect_empty);
+  return query_command(*link, CommandCode::CMD_CLEAR_CONTROL, 0, expect_empty);
 }
 
 ResultCode restart_device(const LinkDriver* link) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return query_command(*link, CommandCode::CMD_RESTART, expect_empty);
+  return query_command(*link, CommandCode::CMD_RESTART, 0, expect_empty);
 }
 
 }  // namespace pelmo

@@ -84,14 +84,16 @@ ResultCode write_factory_table(const LinkDriver* link, const FactoryTable* table
   if (rc != RC_OK) {
     return rc;
   }
-  return acknowledged_command(*link, CommandCode::CMD_END_FACTORY, link->write_timeout_ms);
+  return acknowledged_command(*link, CommandCode::CMD_END_FACTORY, link->write_timeout_ms,
+                              AnswerWait::round_trip);
 }
 
 ResultCode erase_factory_table(const LinkDriver* link) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return acknowledged_command(*link, CommandCode::CMD_ERASE_FACTORY, link->erase_timeout_ms);
+  return acknowledged_command(*link, CommandCode::CMD_ERASE_FACTORY, link->erase_timeout_ms,
+                              AnswerWait::erase);
 }
 
 ResultCode verify_factory_table(const LinkDriver* link, const FactoryTable* table) {
@@ -134,7 +136,8 @@ ResultCode write_calibration_table(const LinkDriver* link, bool backup,
     return rc;
   }
   // The device wants a second begin before calibration data, and may take a while to prepare.
-  rc = acknowledged_command(*link, CommandCode::CMD_BEGIN_WRITE, link->write_timeout_ms);
+  rc = acknowledged_command(*link, CommandCode::CMD_BEGIN_WRITE, link->write_timeout_ms,
+                            AnswerWait::round_trip);
   if (rc != RC_OK) {
     return rc;
   }
@@ -144,14 +147,14 @@ ResultCode write_calibration_table(const LinkDriver* link, bool backup,
   if (rc != RC_OK) {
     return rc;
   }
-  return acknowledged_command(*link, codes.end, 0);
+  return acknowledged_command(*link, codes.end, 0, AnswerWait::round_trip);
 }
 
 ResultCode erase_calibration_table(const LinkDriver* link, bool backup) {
   if (!link_usable(link)) {
     return RC_NO_DRIVER;
   }
-  return acknowledged_command(*link, calibration_codes(backup).erase, 0);
+  return acknowledged_command(*link, calibration_codes(backup).erase, 0, AnswerWait::erase);
 }
 
 ResultCode verify_calibration_table(const LinkDriver* link, bool backup,

@@ -14,9 +14,27 @@ void report_progress(const LinkDriver& link) {
   }
 }
 
+void report_transfer(const LinkDriver& link, std::uint32_t done, std::uint32_t total) {
+  if (link.transfer_progress) {
+    link.transfer_progress(done, total);
+  }
+}
+
+namespace {
+
+// The answer of a request that moves no data.
+constexpr auto ACK_BYTES = static_cast<std::uint16_t>(FRAME_OVERHEAD);
+
+std::uint16_t answer_bytes(std::size_t payload) {
+  return static_cast<std::uint16_t>(std::min(payload, MAX_FRAME_PAYLOAD) + FRAME_OVERHEAD);
+}
+
+}  // namespace
+
 ResultCode request_step(const LinkDriver& link, CommandCode code, std::uint32_t address,
                         std::uint16_t length, std::span<const std::uint8_t> payload,
-                        std::uint16_t min_count, std::uint32_t timeout_ms, FrameBuffers& buffers,
+                        std::uint16_t min_count, std::uint32_t timeout_ms,
+                        const AnswerExpectation& expect, FrameBuffers& buffers,
                         FrameFields& answer) {
   std::uint16_t request_length = 0;
   ResultCode rc =
@@ -27,7 +45,7 @@ ResultCode request_step(const LinkDriver& link, CommandCode code, std::uint32_t 
   }
   std::uint16_t response_length = 0;
   rc = exchange(&link, std::span(buffers.request).first(request_length), buffers.response,
-                min_count, timeout_ms, &response_length);
+                min_count, timeout_ms, &response_length, expect);
   if (rc != RC_OK) {
     return rc;
   }
@@ -39,12 +57,12 @@ ResultCode request_step(const LinkDriver& link, CommandCode code, std::uint32_t 
   return device_status_code(answer.code);
 }
 
-ResultCode acknowledged_command(const LinkDriver& link, CommandCode code,
-                                std::uint32_t timeout_ms) {
+ResultCode acknowledged_command(const LinkDriver& link, CommandCode code, std::uint32_t timeout_ms,
+                                AnswerWait wait) {
   FrameBuffers buffers;
   FrameFields answer;
-  const ResultCode rc =
-      request_step(link, code, 0, 0, {}, ACK_MIN_COUNT, timeout_ms, buffers, answer);
+  const ResultCode rc = request_step(link, code, 0, 0, {}, ACK_MIN_COUNT, timeout_ms,
+                                     {.wait = wait, .answer_bytes = ACK_BYTES}, buffers, answer);
   if (rc != RC_OK) {
     return rc;
   }
@@ -52,10 +70,13 @@ ResultCode acknowledged_command(const LinkDriver& link, CommandCode code,
   return RC_OK;
 }
 
-ResultCode query_command(const LinkDriver& link, CommandCode code, const PayloadHandler& handle) {
+ResultCode query_command(const LinkDriver& link, CommandCode code, std::size_t answer_payload,
+                         const PayloadHandler& handle) {
   FrameBuffers buffers;
   FrameFields answer;
-  const ResultCode rc = request_step(link, code, 0, 0, {}, DATA_MIN_COUNT, 0, buffers, answer);
+  const ResultCode rc =
+      request_step(link, code, 0, 0, {}, DATA_MIN_COUNT, 0,
+                   {.echo = 0, .answer_bytes = answer_bytes(answer_payload)}, buffers, answer);
   if (rc != RC_OK) {
     return rc;
   }
@@ -80,8 +101,9 @@ ResultCode chunked_read(const LinkDriver& link, CommandCode code,
   // answer (bounded by MAX_EMPTY_READ_ANSWERS), so the loop always ends.
   for (;;) {
     FrameFields answer;
-    const ResultCode rc =
-        request_step(link, code, offset, link.chunk_size, {}, DATA_MIN_COUNT, 0, buffers, answer);
+    const ResultCode rc = request_step(
+        link, code, offset, link.chunk_size, {}, DATA_MIN_COUNT, 0,
+        {.echo = offset, .answer_bytes = answer_bytes(link.chunk_size)}, buffers, answer);
     if (rc == device_status_code(END_OF_DATA_STATUS)) {
       if (bytes_read != nullptr) {
         *bytes_read = offset;
@@ -109,6 +131,7 @@ ResultCode chunked_read(const LinkDriver& link, CommandCode code,
     }
     report_progress(link);
     offset += static_cast<std::uint32_t>(count);
+    report_transfer(link, offset, static_cast<std::uint32_t>(destination.size()));
   }
 }
 
@@ -147,8 +170,9 @@ ResultCode block_transfer(const LinkDriver& link, CommandCode code,
       payload = std::span<const std::uint8_t>(padded).first(length);
     }
     FrameFields answer;
-    const ResultCode rc = request_step(link, code, address, static_cast<std::uint16_t>(length),
-                                       payload, ACK_MIN_COUNT, timeout_ms, buffers, answer);
+    const ResultCode rc = request_step(
+        link, code, address, static_cast<std::uint16_t>(length), payload, ACK_MIN_COUNT, timeout_ms,
+        {.echo = address, .answer_bytes = ACK_BYTES}, buffers, answer);
     if (rc != RC_OK) {
       return rc;
     }
@@ -156,6 +180,9 @@ ResultCode block_transfer(const LinkDriver& link, CommandCode code,
       return RC_MISMATCH;
     }
     report_progress(link);
+    report_transfer(link,
+                    static_cast<std::uint32_t>(std::min<std::uint64_t>(offset + length, plan.end)),
+                    plan.end);
   }
   return RC_OK;
 }

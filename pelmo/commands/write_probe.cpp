@@ -25,7 +25,7 @@ ResultCode probe_before_write(const LinkDriver* link) {
   }
   std::uint16_t response_length = 0;
   rc = exchange(link, std::span(request).first(request_length), response, ACK_MIN_COUNT, 0,
-                &response_length);
+                &response_length, {.answer_bytes = static_cast<std::uint16_t>(FRAME_OVERHEAD)});
   if (rc != RC_OK) {
     return rc;
   }

@@ -16,14 +16,15 @@ struct RetransmissionSettings {
   std::uint32_t max_rto_ms = 0;      // ceiling of one attempt's wait
   // Serial links: the floor adds the request's and the answer's bytes at this rate (0: none).
   std::uint32_t line_bytes_per_second = 0;
-  // All attempts of one exchange, on top of the time the command lets the device work.
+  // All attempts of one exchange, on top of the time the command lets the device work (0 with a
+  // command that allows none: nothing is sent).
   std::uint32_t deadline_ms = 0;
   // Non-zero: this wait per attempt instead of the adaptive one (no estimate, no backoff).
   std::uint32_t fixed_wait_ms = 0;
   std::uint32_t jitter_percent = 0;  // each backed-off wait varies by up to this much
 };
 
-// The per-link state of the adaptive way; defined with the exchange.
+// The per-link state of the adaptive way (round_trip_estimator.hpp).
 class RoundTripEstimator;
 
 }  // namespace pelmo

@@ -1,5 +1,7 @@
 #include "pelmo/transport/device_link.hpp"
 
+#include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace pelmo {
@@ -28,6 +30,23 @@ struct Opener {
   }
 };
 
+// Seeds the jitter per device, so that links opened together still retry apart.
+std::uint64_t link_seed(const DeviceAddress& device, std::uint32_t tick) {
+  struct Hash {
+    std::uint64_t operator()(const SerialPort& port) const {
+      if (const auto* com = std::get_if<ComPort>(&port)) {
+        return static_cast<std::uint64_t>(com->index);
+      }
+      return std::hash<std::string>{}(std::get<std::string>(port));
+    }
+    std::uint64_t operator()(const UdpDevice& udp) const {
+      return std::uint64_t{udp.address[0]} << 40 | std::uint64_t{udp.address[1]} << 32 |
+             std::uint64_t{udp.address[2]} << 24 | std::uint64_t{udp.address[3]} << 16 | udp.port;
+    }
+  };
+  return std::visit(Hash{}, device) << 20 ^ tick;
+}
+
 }  // namespace
 
 DeviceLink::DeviceLink(port::PortLayer& ports, ProgressFunction progress) : ports_(ports) {
@@ -55,7 +74,29 @@ OpenResult DeviceLink::open(const DeviceAddress& device, const LinkProfile& prof
   driver_.extra_timeout_ms = profile.extra_timeout_ms;
   driver_.chunk_size = profile.chunk_size;
   driver_.max_attempts = profile.max_attempts;
+  use_retransmission(device, profile);
   return result;
+}
+
+void DeviceLink::use_retransmission(const DeviceAddress& device, const LinkProfile& profile) {
+  profile_ = profile;
+  estimator_.reset();
+  driver_.estimator = nullptr;
+  driver_.clock_ms = {};
+  if (profile.retransmission.adaptive) {
+    estimator_.emplace(profile.retransmission, link_seed(device, ports_.tick_ms()));
+    driver_.estimator = &*estimator_;
+    driver_.clock_ms = [this] { return ports_.tick_ms(); };
+  }
+}
+
+void DeviceLink::set_erase_area(std::uint64_t bytes) {
+  if (profile_.erase_base_ms == 0 && profile_.erase_ms_per_kib == 0) {
+    return;
+  }
+  const std::uint64_t wait =
+      profile_.erase_base_ms + (bytes + 1023) / 1024 * profile_.erase_ms_per_kib;
+  driver_.erase_timeout_ms = static_cast<std::uint32_t>(std::min<std::uint64_t>(wait, UINT32_MAX));
 }
 
 void DeviceLink::close() {

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <variant>
 
 #include "pelmo/protocol/link_driver.hpp"
+#include "pelmo/protocol/round_trip_estimator.hpp"
 #include "pelmo/transport/link_profile.hpp"
 #include "pelmo/transport/port_layer.hpp"
 #include "pelmo/transport/serial_transport.hpp"
@@ -45,10 +48,27 @@ class DeviceLink {
   const LinkDriver* driver() const { return is_open() ? &driver_ : nullptr; }
   Transport* transport() const { return transport_.get(); }
 
+  // The round-trip estimate of an adaptive profile (kept from its open on); null otherwise.
+  const RoundTripEstimator* estimator() const { return estimator_ ? &*estimator_ : nullptr; }
+
+  // The size of the area the next erase clears; with a profile that scales its erase wait
+  // (erase_base_ms, erase_ms_per_kib) the erase waits base + per KiB begun. Otherwise no effect.
+  void set_erase_area(std::uint64_t bytes);
+  // Asked before each send and between answers: true ends the exchange with RC_CANCELLED.
+  void set_cancel(std::function<bool()> cancelled) { driver_.cancelled = std::move(cancelled); }
+  // Called with the bytes done and in total after each chunk of a read, write or verify.
+  void set_transfer_progress(TransferProgressFunction progress) {
+    driver_.transfer_progress = std::move(progress);
+  }
+
  private:
+  void use_retransmission(const DeviceAddress& device, const LinkProfile& profile);
+
   port::PortLayer& ports_;
   std::unique_ptr<Transport> transport_;
   LinkDriver driver_;  // send and receive reach transport_; progress is the one callback
+  std::optional<RoundTripEstimator> estimator_;
+  LinkProfile profile_{};
 };
 
 }  // namespace pelmo

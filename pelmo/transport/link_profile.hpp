@@ -53,22 +53,38 @@ inline constexpr LinkProfile CLASSIC_UDP_PROFILE{
 };
 
 // The fast profiles: a reception ends at the frame, waits are event-driven, and the exchange
-// retries the adaptive way within a deadline. A LAN answers within a millisecond or so, so a few
-// tens of ms is the floor there; the serial floor is the frames' own line time plus a margin.
+// retries the adaptive way (RoundTripEstimator) within a deadline. Override any value on a copy:
+//   LinkProfile profile = FAST_UDP_PROFILE;
+//   profile.max_attempts = 5;                         // at most 5 sends per request
+//   profile.retransmission.deadline_ms = 30000;       // a link that may be down for longer
+//   profile.retransmission.fixed_wait_ms = 500;       // no estimate: always wait 500 ms
+// with_extra_timeout() lengthens every deadline and erase wait, not the round-trip waits.
+inline constexpr RetransmissionSettings FAST_UDP_RETRANSMISSION{
+    .adaptive = true,
+    // Before the first answer: ten times less than the classic 2 s, still far above a LAN's
+    // round trip with a flash write behind it.
+    .initial_rto_ms = 200,
+    // A LAN answers within a millisecond or two; the rest is the host's timer granularity
+    // (about 16 ms on some Windows hosts) and the device's own scheduling.
+    .min_rto_ms = 20,
+    // Never wait longer per attempt than the classic default.
+    .max_rto_ms = 2000,
+    // A device that stays silent this long (plus the time its command may work) is gone.
+    .deadline_ms = 10000,
+    // Devices behind one socket back off apart.
+    .jitter_percent = 10,
+};
 inline constexpr LinkProfile FAST_UDP_PROFILE{
-    .erase_timeout_ms = 25000,
-    .write_timeout_ms = 4000,
+    .erase_timeout_ms = 25000,  // until set_erase_area says how much is erased
+    .write_timeout_ms = 4000,   // only lengthens the deadline of a write step
     .chunk_size = 1012,
     .max_attempts = 0,  // bounded by the deadline alone
     .first_byte_ms = 2000,
     .quiet_ms = 150,
     .reception = Reception::framed,
-    .retransmission = {.adaptive = true,
-                       .initial_rto_ms = 200,
-                       .min_rto_ms = 20,
-                       .max_rto_ms = 2000,
-                       .deadline_ms = 10000,
-                       .jitter_percent = 10},
+    .retransmission = FAST_UDP_RETRANSMISSION,
+    // An erase waits 1 s plus 20 ms per KiB (about 11 s for 512 KiB): flash erases at well under
+    // that rate; a longer erase costs one resend, whose answer the same exchange still takes.
     .erase_base_ms = 1000,
     .erase_ms_per_kib = 20,
 };
@@ -81,9 +97,11 @@ inline constexpr LinkProfile FAST_SERIAL_PROFILE{
     .quiet_ms = 150,
     .reception = Reception::framed,
     .retransmission = {.adaptive = true,
-                       .initial_rto_ms = 250,
+                       .initial_rto_ms = 250,  // the classic first-byte wait
                        .min_rto_ms = 20,
                        .max_rto_ms = 2000,
+                       // 115200 8N1 carries 11520 bytes a second: a full 256-byte frame and its
+                       // 12-byte answer take 24 ms on the line before the device has done anything.
                        .line_bytes_per_second = 11520,
                        .deadline_ms = 10000,
                        .jitter_percent = 10},

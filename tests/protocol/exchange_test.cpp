@@ -2,11 +2,14 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <tuple>
 #include <vector>
 
 #include "pelmo/protocol/exchange.hpp"
 #include "pelmo/protocol/link_driver.hpp"
+#include "pelmo/protocol/round_trip_estimator.hpp"
 #include "tests/support/scripted_device.hpp"
 
 namespace pelmo {
@@ -60,6 +63,162 @@ TEST(Exchange, FlushDrainsStaleInputBeforeSending) {
   EXPECT_EQ(device.receives()[3].sends_before, 1u);
   EXPECT_EQ(device.receives()[2].timeout_ms, 2u);
   EXPECT_EQ(device.receives()[3].result, 12);
+}
+
+// The adaptive way against a clocked device: RTO 200 ms before any sample, floor 20, ceiling
+// 2000, deadline 1000 ms on top of the device's work, no jitter.
+constexpr RetransmissionSettings ADAPTIVE{.adaptive = true,
+                                          .initial_rto_ms = 200,
+                                          .min_rto_ms = 20,
+                                          .max_rto_ms = 2000,
+                                          .deadline_ms = 1000};
+
+struct AdaptiveCase {
+  std::string name;
+  std::vector<Reply> replies{};                                              // then silence
+  std::vector<std::pair<std::vector<std::uint8_t>, std::uint32_t>> stale{};  // bytes, arrival
+  AnswerExpectation expect{.echo = 0x100};
+  std::uint32_t timeout_ms = 0;  // the device's work time the command allows
+  std::uint16_t max_attempts = 0;
+  ResultCode rc = RC_OK;
+  std::vector<std::uint32_t> waits{};  // each receive's time-out
+  std::size_t sends = 0;
+  std::optional<std::uint32_t> srtt{};  // the estimate after the exchange
+  std::uint32_t end_ms = 0;             // the clock when the exchange returned
+  std::uint32_t start_ms = 0;
+};
+
+TEST(AdaptiveExchange, WaitsTheEstimateWithinADeadlineAndDropsStaleAnswers) {
+  const auto stale_ack = response_frame(0, 0xF0);  // the previous block's acknowledgement
+  const std::vector<AdaptiveCase> cases{
+      {.name = "answered first: one sample",
+       .replies = {after(30, ack(0x100))},
+       .waits = {200},
+       .sends = 1,
+       .srtt = 30,
+       .end_ms = 30},
+      {.name = "answered after a resend: no sample (Karn)",
+       .replies = {silence(), after(30, ack(0x100))},
+       .waits = {200, 400},
+       .sends = 2,
+       .end_ms = 230},
+      {.name = "the deadline ends it, across the clock's wrap",
+       .rc = RC_TIMEOUT,
+       .waits = {200, 400, 400},
+       .sends = 3,
+       .end_ms = 0xFFFFFF00u + 1000,
+       .start_ms = 0xFFFFFF00u},
+      {.name = "the device's work time lengthens the deadline",
+       .timeout_ms = 600,
+       .rc = RC_TIMEOUT,
+       .waits = {200, 400, 800, 200},
+       .sends = 4,
+       .end_ms = 1600},
+      {.name = "max_attempts bounds the sends",
+       .max_attempts = 2,
+       .rc = RC_TIMEOUT,
+       .waits = {200, 400},
+       .sends = 2,
+       .end_ms = 600},
+      {.name = "a late answer to the previous offset is dropped",
+       .replies = {after(40, ack(0x100))},
+       .stale = {{stale_ack, 10}},
+       .waits = {200, 190},
+       .sends = 1,
+       .srtt = 40,
+       .end_ms = 40},
+      {.name = "duplicates never cause a resend",
+       .replies = {silence(), after(5, ack(0x100))},
+       .stale = {{stale_ack, 10}, {stale_ack, 20}},
+       .waits = {200, 190, 180, 400},
+       .sends = 2,
+       .end_ms = 205},
+      {.name = "a failing status is taken whatever it echoes",
+       .replies = {after(10, answer(0xFA, 0))},
+       .waits = {200},
+       .sends = 1,
+       .srtt = 10,
+       .end_ms = 10},
+      {.name = "without an echo the first answer is taken",
+       .stale = {{stale_ack, 10}},
+       .expect = {},
+       .waits = {200},
+       .sends = 1,
+       .srtt = 10,
+       .end_ms = 10},
+      {.name = "a failed send waits out its attempt",
+       .replies = {failed_send(-1), after(10, ack(0x100))},
+       .waits = {200, 400},
+       .sends = 2,
+       .end_ms = 210},
+      {.name = "an erase waits its allowance each time, no sample",
+       .expect = {.wait = AnswerWait::erase},
+       .rc = RC_TIMEOUT,
+       .waits = {3000, 1000},
+       .sends = 2,
+       .end_ms = 4000},
+      {.name = "an answered erase gives no sample",
+       .replies = {after(2500, ack(0))},
+       .expect = {.wait = AnswerWait::erase},
+       .waits = {3000},
+       .sends = 1,
+       .end_ms = 2500},
+  };
+  for (const AdaptiveCase& c : cases) {
+    ScriptedDevice device;
+    RoundTripEstimator estimator(ADAPTIVE);
+    device.use_clock(c.start_ms);
+    device.script(c.replies);
+    for (const auto& [bytes, at] : c.stale)
+      device.inject_input(bytes, at);
+    device.link().estimator = &estimator;
+    device.link().max_attempts = c.max_attempts;
+    device.link().erase_timeout_ms = 3000;
+    std::array<std::uint8_t, 64> response{};
+    EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, c.timeout_ms, nullptr, c.expect),
+              c.rc)
+        << c.name;
+    std::vector<std::uint32_t> waits;
+    for (const ReceiveCall& call : device.receives())
+      waits.push_back(call.timeout_ms);
+    EXPECT_EQ(waits, c.waits) << c.name;
+    EXPECT_EQ(device.requests().size(), c.sends) << c.name;
+    EXPECT_EQ(estimator.srtt_ms(), c.srtt) << c.name;
+    EXPECT_EQ(device.now_ms(), c.end_ms) << c.name;
+  }
+}
+
+TEST(AdaptiveExchange, ClassicWayTakesWhateverArrives) {
+  ScriptedDevice device;
+  device.inject_input(response_frame(0, 0xF0));
+  std::array<std::uint8_t, 64> response{};
+  std::uint16_t length = 0;
+  EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, 0, &length, {.echo = 0x100}), RC_OK);
+  EXPECT_EQ(std::tuple(length, device.requests().size(), device.receives()[0].timeout_ms),
+            std::tuple(12, 1u, 0u));
+}
+
+TEST(AdaptiveExchange, CancellationStopsBeforeASendOrBetweenAnswers) {
+  // cancelled() answers true from its nth call on; stale answer or not; sends, receives, clock
+  for (const auto& [nth, stale, sends, receives, end_ms] :
+       std::vector<std::tuple<int, bool, std::size_t, std::size_t, std::uint32_t>>{
+           {1, false, 0, 0, 0},     // before the first send
+           {2, false, 1, 1, 200},   // before the resend
+           {2, true, 1, 1, 10}}) {  // after a dropped answer
+    ScriptedDevice device;
+    RoundTripEstimator estimator(ADAPTIVE);
+    device.use_clock();
+    if (stale)
+      device.inject_input(response_frame(0, 0xF0), 10);
+    int calls = 0;
+    device.link().estimator = &estimator;
+    device.link().cancelled = [&] { return ++calls >= nth; };
+    std::array<std::uint8_t, 64> response{};
+    EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, 0, nullptr, {.echo = 0x100}),
+              RC_CANCELLED);
+    EXPECT_EQ(std::tuple(device.requests().size(), device.receives().size(), device.now_ms()),
+              std::tuple(sends, receives, end_ms));
+  }
 }
 
 }  // namespace

@@ -42,21 +42,40 @@ ScriptedDevice::ScriptedDevice()
       reply = responder_(request);
     }
     if (!reply.answer.empty()) {
-      pending_.push_back(std::move(reply.answer));
+      pending_.push_back({std::move(reply.answer), now_ms_ + reply.delay_ms});
     }
     return reply.send_result.value_or(static_cast<std::int32_t>(bytes.size()));
   };
   link_.receive = [this](std::span<std::uint8_t> buffer, std::uint16_t min_count,
                          std::uint32_t timeout_ms) {
-    std::int32_t count = 0;
-    if (!pending_.empty()) {
-      count = static_cast<std::int32_t>(std::min(pending_.front().size(), buffer.size()));
-      std::copy_n(pending_.front().begin(), count, buffer.begin());
-      pending_.pop_front();
+    receives_.push_back({buffer.size(), min_count, timeout_ms, 0, requests_.size(), now_ms_});
+    // Signed distances from now, so that a clock that wraps still orders arrivals.
+    const auto due_in = [this](const Pending& p) {
+      return static_cast<std::int32_t>(p.at_ms - now_ms_);
+    };
+    const auto first = std::min_element(pending_.begin(), pending_.end(),
+                                        [&](auto& a, auto& b) { return due_in(a) < due_in(b); });
+    const std::uint32_t wait = timeout_ms != 0 ? timeout_ms : DEFAULT_WAIT_MS;
+    if (first == pending_.end() ||
+        (clocked_ && static_cast<std::int64_t>(due_in(*first)) > std::int64_t{wait})) {
+      now_ms_ += clocked_ ? wait : 0;
+      return 0;
     }
-    receives_.push_back({buffer.size(), min_count, timeout_ms, count, requests_.size()});
+    if (clocked_ && due_in(*first) > 0) {
+      now_ms_ = first->at_ms;
+    }
+    const auto count = static_cast<std::int32_t>(std::min(first->bytes.size(), buffer.size()));
+    std::copy_n(first->bytes.begin(), count, buffer.begin());
+    pending_.erase(first);
+    receives_.back().result = count;
     return count;
   };
+}
+
+void ScriptedDevice::use_clock(std::uint32_t start_ms) {
+  clocked_ = true;
+  now_ms_ = start_ms;
+  link_.clock_ms = [this] { return now_ms_; };
 }
 
 ScriptedDevice& ScriptedDevice::script(std::vector<Reply> replies) {

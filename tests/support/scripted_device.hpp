@@ -36,13 +36,15 @@ struct ReceiveCall {
   std::uint32_t timeout_ms = 0;
   std::int32_t result = 0;
   std::size_t sends_before = 0;  // requests sent before this receive
+  std::uint32_t at_ms = 0;       // the device's clock when the receive began
 };
 
 // The device's reaction to one request: what send reports and which bytes the next receive
-// delivers (none: the device stays silent).
+// delivers (none: the device stays silent), and, on a clocked device, how long after the send.
 struct Reply {
   std::optional<std::int32_t> send_result;  // unset: the full request length
   std::vector<std::uint8_t> answer;
+  std::uint32_t delay_ms = 0;
 };
 
 // A response frame with any status, address and payload.
@@ -71,6 +73,10 @@ inline Reply silence() {
 inline Reply failed_send(std::int32_t send_result) {
   return {send_result, {}};
 }
+inline Reply after(std::uint32_t delay_ms, Reply reply) {
+  reply.delay_ms = delay_ms;
+  return reply;
+}
 
 // Answers every request the script does not cover.
 using Responder = std::function<Reply(const SentRequest&)>;
@@ -78,7 +84,10 @@ using Responder = std::function<Reply(const SentRequest&)>;
 // An in-process stand-in for the device behind a LinkDriver. Every send is recorded and answered
 // from the script (one Reply per send, in order), then by the responder (default: silence).
 // Receives deliver queued bytes one chunk per call, cut to the capacity, and 0 when none wait.
-// No time passes: a silent receive returns at once.
+// No time passes (a silent receive returns at once) unless the device keeps a clock
+// (use_clock): then the link's clock_ms reads it, a receive delivers the earliest chunk that
+// arrives within its time-out, moving the clock to its arrival, and a silent one lets the whole
+// time-out pass (DEFAULT_WAIT_MS for a time-out of 0, like the serial line's default).
 class ScriptedDevice {
  public:
   // Starts with the serial line's values: chunk 244, 3 attempts, write 200 ms, erase 25000 ms.
@@ -96,8 +105,17 @@ class ScriptedDevice {
     return *this;
   }
 
-  // Bytes the device sent unasked; they wait for the next receives, one chunk per call.
-  void inject_input(std::vector<std::uint8_t> bytes) { pending_.push_back(std::move(bytes)); }
+  // Bytes the device sent unasked; they wait for the next receives, one chunk per call. On a
+  // clocked device they arrive at `at_ms`.
+  void inject_input(std::vector<std::uint8_t> bytes, std::uint32_t at_ms = 0) {
+    pending_.push_back({std::move(bytes), at_ms});
+  }
+
+  static constexpr std::uint32_t DEFAULT_WAIT_MS = 250;
+
+  // Starts the device's clock at `start_ms` and hands it to the link as clock_ms.
+  void use_clock(std::uint32_t start_ms = 0);
+  std::uint32_t now_ms() const { return now_ms_; }
 
   const std::vector<SentRequest>& requests() const { return requests_; }
   std::vector<RequestHeader> request_headers() const;
@@ -108,7 +126,13 @@ class ScriptedDevice {
   LinkDriver link_;
   std::deque<Reply> script_;
   Responder responder_;
-  std::deque<std::vector<std::uint8_t>> pending_;
+  struct Pending {
+    std::vector<std::uint8_t> bytes;
+    std::uint32_t at_ms = 0;
+  };
+  std::deque<Pending> pending_;
+  bool clocked_ = false;
+  std::uint32_t now_ms_ = 0;
   std::vector<SentRequest> requests_;
   std::vector<ReceiveCall> receives_;
   int progress_calls_ = 0;
