@@ -8,6 +8,7 @@
 #include "pelmo/transport/port_layer.hpp"
 #include "pelmo/transport/serial_transport.hpp"
 #include "pelmo/transport/transport.hpp"
+#include "pelmo/transport/udp_hub.hpp"
 #include "pelmo/transport/udp_transport.hpp"
 
 namespace pelmo {
@@ -38,6 +39,10 @@ class DeviceLink {
   // Opens the device's transport (the serial line at 115200 8N1) with `profile`'s response times.
   // A link already open is closed first.
   OpenResult open(const DeviceAddress& device, const LinkProfile& profile);
+  // Opens a UDP device through `hub`'s shared socket, so that one process can drive many UDP
+  // devices at once; refused while another link on the hub talks to the same device. `hub` must
+  // outlive the link.
+  OpenResult open(UdpHub& hub, const UdpDevice& device, const LinkProfile& profile);
   void close();
   bool is_open() const { return transport_ != nullptr && transport_->is_open(); }
 
@@ -46,6 +51,8 @@ class DeviceLink {
   Transport* transport() const { return transport_.get(); }
 
  private:
+  OpenResult open_through(const DeviceAddress& device, const LinkProfile& profile, UdpHub* hub);
+
   port::PortLayer& ports_;
   std::unique_ptr<Transport> transport_;
   LinkDriver driver_;  // send and receive reach transport_; progress is the one callback
