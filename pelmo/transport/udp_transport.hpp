@@ -31,7 +31,7 @@ BoundSocket open_bound_socket(port::PortLayer& ports, const port::Ipv4Endpoint& 
 // Carries frames as UDP datagrams over IPv4: a request is one datagram to the device, a response is
 // whatever the device sends back until a quiet time has passed. Only datagrams from the device's
 // address and port are accepted. The socket is bound to the device's port number, so one host
-// address serves one such link at a time.
+// address serves one such link at a time, unless the links share the socket of a UdpHub.
 class UdpTransport final : public Transport {
  public:
   static constexpr std::uint32_t POLL_INTERVAL_MS = 5;

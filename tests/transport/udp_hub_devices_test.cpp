@@ -1,5 +1,5 @@
 // Several pelmo-device processes driven at once from one process through one UDP hub, each from a
-// thread of its own, with the classic commands. The devices serve on loopback addresses 127.0.92.x
+// thread of its own, with the classic commands. The devices serve on loopback addresses 127.0.99.x
 // and keep their areas in state folders, which are read back after they stopped.
 #include <fcntl.h>
 #include <signal.h>
@@ -34,7 +34,7 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
 port::PortLayer& SYSTEM = port::system_port_layer();
-constexpr port::Ipv4Endpoint HUB{{127, 0, 92, 1}, DEVICE_UDP_PORT};
+constexpr port::Ipv4Endpoint HUB{{127, 0, 99, 1}, DEVICE_UDP_PORT};
 constexpr int DEVICES = 3;
 
 Bytes file_bytes(const fs::path& path) {
@@ -162,7 +162,7 @@ DeviceRun drive(UdpHub& hub, const UdpDevice& device, const Bytes& table, const 
 }
 
 Ipv4Address device_address(int index) {
-  return {127, 0, 92, static_cast<std::uint8_t>(2 + index)};
+  return {127, 0, 99, static_cast<std::uint8_t>(2 + index)};
 }
 
 // Each thread reads its own device's firmware header and writes and verifies its own table, all at

@@ -1,5 +1,5 @@
 // The UDP hub on real loopback sockets: devices are plain sockets of the system's port layer on
-// 127.0.91.x, the hub holds port 57998 on 127.0.91.1.
+// 127.0.N.2 and up, the hub holds port 57998 on 127.0.N.1.
 #include "pelmo/transport/udp_hub.hpp"
 
 #include <chrono>
@@ -16,8 +16,13 @@ namespace {
 
 port::PortLayer& SYSTEM = port::system_port_layer();
 
-constexpr port::Ipv4Endpoint HUB{{127, 0, 91, 1}, DEVICE_UDP_PORT};
-constexpr UdpDevice DEVICE_A{{127, 0, 91, 2}}, DEVICE_B{{127, 0, 91, 3}};
+// The addresses of one test: ctest runs the tests side by side, each on a network of its own.
+struct Net {
+  port::Ipv4Endpoint hub;
+  UdpDevice a, b;
+  explicit Net(std::uint8_t n)
+      : hub{{127, 0, n, 1}, DEVICE_UDP_PORT}, a{{127, 0, n, 2}}, b{{127, 0, n, 3}} {}
+};
 
 port::Ipv4Endpoint endpoint_of(const UdpDevice& device) {
   return {device.address, device.port};
@@ -30,7 +35,7 @@ struct Peer {
     EXPECT_FALSE(socket->bind(at).failed()) << "cannot bind " << dotted_address(at.address);
   }
   explicit Peer(const UdpDevice& device) : Peer(endpoint_of(device)) {}
-  void send(const Bytes& bytes, const port::Ipv4Endpoint& to = HUB) const {
+  void send(const Bytes& bytes, const port::Ipv4Endpoint& to) const {
     ASSERT_EQ(socket->send_to(to, bytes), static_cast<std::int32_t>(bytes.size()));
   }
   // The next datagram within a second, and who sent it.
@@ -67,24 +72,24 @@ UdpHubCounters after_reader_took(const UdpHub& hub, std::uint64_t count) {
 // Each link hears its own device only, whoever answers first; a stranger (another address, or the
 // device's address on another port) reaches nobody. Requests leave from the hub's address and port.
 TEST(UdpHub, RoutesEachDatagramToTheLinkOfItsSender) {
+  const Net net(91);
   UdpHub hub(SYSTEM);
-  ASSERT_TRUE(hub.open(HUB).ok);
-  const Peer a(DEVICE_A), b(DEVICE_B),
-      stranger(port::Ipv4Endpoint{{127, 0, 91, 4}, DEVICE_UDP_PORT}),
-      other_port(port::Ipv4Endpoint{DEVICE_A.address, DEVICE_UDP_PORT + 1});
+  ASSERT_TRUE(hub.open(net.hub).ok);
+  const Peer a(net.a), b(net.b), stranger(port::Ipv4Endpoint{{127, 0, 91, 4}, DEVICE_UDP_PORT}),
+      other_port(port::Ipv4Endpoint{net.a.address, DEVICE_UDP_PORT + 1});
   DeviceLink link_a(SYSTEM), link_b(SYSTEM);
-  ASSERT_TRUE(link_a.open(hub, DEVICE_A, CLASSIC_UDP_PROFILE).ok);
-  ASSERT_TRUE(link_b.open(hub, DEVICE_B, CLASSIC_UDP_PROFILE).ok);
+  ASSERT_TRUE(link_a.open(hub, net.a, CLASSIC_UDP_PROFILE).ok);
+  ASSERT_TRUE(link_b.open(hub, net.b, CLASSIC_UDP_PROFILE).ok);
 
   EXPECT_EQ(link_a.driver()->send(sequence(12, 1)), 12);
   EXPECT_EQ(link_b.driver()->send(sequence(12, 2)), 12);
-  EXPECT_EQ(a.next(), std::pair(sequence(12, 1), HUB));
-  EXPECT_EQ(b.next(), std::pair(sequence(12, 2), HUB));
+  EXPECT_EQ(a.next(), std::pair(sequence(12, 1), net.hub));
+  EXPECT_EQ(b.next(), std::pair(sequence(12, 2), net.hub));
 
-  stranger.send(sequence(12, 90));
-  other_port.send(sequence(12, 91));
-  b.send(sequence(12, 20));
-  a.send(sequence(12, 10));
+  stranger.send(sequence(12, 90), net.hub);
+  other_port.send(sequence(12, 91), net.hub);
+  b.send(sequence(12, 20), net.hub);
+  a.send(sequence(12, 10), net.hub);
   const UdpHubCounters counted = after_reader_took(hub, 4);
   EXPECT_EQ(collect(link_a, 12), sequence(12, 10));
   EXPECT_EQ(collect(link_b, 12), sequence(12, 20));
@@ -97,23 +102,24 @@ TEST(UdpHub, RoutesEachDatagramToTheLinkOfItsSender) {
 // One link per device on a hub: a second is refused and the first goes on; once the first is
 // closed the device can be opened again, and the new link gets what the device sends.
 TEST(UdpHub, OneLinkPerDeviceAndAClosedLinkCanBeOpenedAgain) {
+  const Net net(92);
   UdpHub hub(SYSTEM);
-  ASSERT_TRUE(hub.open(HUB).ok);
-  const Peer a(DEVICE_A);
+  ASSERT_TRUE(hub.open(net.hub).ok);
+  const Peer a(net.a);
   DeviceLink first(SYSTEM), second(SYSTEM);
-  ASSERT_TRUE(first.open(hub, DEVICE_A, CLASSIC_UDP_PROFILE).ok);
-  const OpenResult refused = second.open(hub, DEVICE_A, CLASSIC_UDP_PROFILE);
+  ASSERT_TRUE(first.open(hub, net.a, CLASSIC_UDP_PROFILE).ok);
+  const OpenResult refused = second.open(hub, net.a, CLASSIC_UDP_PROFILE);
   EXPECT_FALSE(refused.ok);
-  EXPECT_EQ(refused.message, "UDP device 127.0.91.2:57998 already has a link on this hub");
+  EXPECT_EQ(refused.message, "UDP device 127.0.92.2:57998 already has a link on this hub");
   EXPECT_EQ(second.driver(), nullptr);
 
-  a.send(sequence(8, 1));
+  a.send(sequence(8, 1), net.hub);
   EXPECT_EQ(collect(first, 8), sequence(8, 1));
   first.close();
-  a.send(sequence(8, 2));  // nobody's now: dropped, not kept for the next link
+  a.send(sequence(8, 2), net.hub);  // nobody's now: dropped, not kept for the next link
   after_reader_took(hub, 2);
-  ASSERT_TRUE(second.open(hub, DEVICE_A, CLASSIC_UDP_PROFILE).ok);
-  a.send(sequence(8, 3));
+  ASSERT_TRUE(second.open(hub, net.a, CLASSIC_UDP_PROFILE).ok);
+  a.send(sequence(8, 3), net.hub);
   EXPECT_EQ(collect(second, 8), sequence(8, 3));
   EXPECT_EQ(hub.counters().unknown_sender, 1u);
 }
@@ -121,11 +127,12 @@ TEST(UdpHub, OneLinkPerDeviceAndAClosedLinkCanBeOpenedAgain) {
 // A link that does not read keeps the newest QUEUE_LIMIT datagrams; the wait of its endpoint sleeps
 // through silence and wakes when one arrives.
 TEST(UdpHub, QueuesAreBoundedAndTheirWaitWakes) {
+  const Net net(93);
   UdpHub hub(SYSTEM);
-  ASSERT_TRUE(hub.open(HUB).ok);
-  const Peer a(DEVICE_A);
+  ASSERT_TRUE(hub.open(net.hub).ok);
+  const Peer a(net.a);
   UdpTransport transport(SYSTEM);
-  ASSERT_TRUE(transport.open(hub, endpoint_of(DEVICE_A), {200, 20}).ok);
+  ASSERT_TRUE(transport.open(hub, endpoint_of(net.a), {200, 20}).ok);
   port::DatagramSocket& endpoint = *transport.socket();
 
   std::uint32_t start = SYSTEM.tick_ms();
@@ -133,7 +140,7 @@ TEST(UdpHub, QueuesAreBoundedAndTheirWaitWakes) {
   EXPECT_GE(SYSTEM.tick_ms() - start, 55u);
   std::jthread later([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    a.send({0x55});
+    a.send({0x55}, net.hub);
   });
   start = SYSTEM.tick_ms();
   EXPECT_TRUE(endpoint.wait_readable(2000));
@@ -142,7 +149,7 @@ TEST(UdpHub, QueuesAreBoundedAndTheirWaitWakes) {
 
   constexpr std::size_t EXTRA = 10;
   for (std::size_t i = 1; i < UdpHub::QUEUE_LIMIT + EXTRA; ++i) {
-    a.send({static_cast<std::uint8_t>(i)});
+    a.send({static_cast<std::uint8_t>(i)}, net.hub);
   }
   EXPECT_EQ(after_reader_took(hub, UdpHub::QUEUE_LIMIT + EXTRA).overflowed, EXTRA);
   std::array<std::uint8_t, 4> one{};
@@ -150,7 +157,7 @@ TEST(UdpHub, QueuesAreBoundedAndTheirWaitWakes) {
   for (std::size_t i = EXTRA; i < UdpHub::QUEUE_LIMIT + EXTRA; ++i) {
     ASSERT_EQ(endpoint.receive_from(one, from), 1);
     EXPECT_EQ(one[0], i);
-    EXPECT_EQ(from, endpoint_of(DEVICE_A));
+    EXPECT_EQ(from, endpoint_of(net.a));
   }
   EXPECT_EQ(endpoint.receive_from(one, from), 0);
 }
@@ -158,20 +165,21 @@ TEST(UdpHub, QueuesAreBoundedAndTheirWaitWakes) {
 // Closing the hub under open links stops its reader at once and frees the port; the links then
 // fail to send, read silence, and close (or outlive the hub) without harm.
 TEST(UdpHub, StopsCleanlyWithLinksOpen) {
+  const Net net(94);
   auto hub = std::make_unique<UdpHub>(SYSTEM);
-  ASSERT_TRUE(hub->open(HUB).ok);
+  ASSERT_TRUE(hub->open(net.hub).ok);
   DeviceLink a(SYSTEM), b(SYSTEM);
-  ASSERT_TRUE(a.open(*hub, DEVICE_A, CLASSIC_UDP_PROFILE).ok);
-  ASSERT_TRUE(b.open(*hub, DEVICE_B, CLASSIC_UDP_PROFILE).ok);
+  ASSERT_TRUE(a.open(*hub, net.a, CLASSIC_UDP_PROFILE).ok);
+  ASSERT_TRUE(b.open(*hub, net.b, CLASSIC_UDP_PROFILE).ok);
   std::jthread waiting([&] { EXPECT_EQ(collect(b, 12, 300), Bytes()); });
 
   const std::uint32_t start = SYSTEM.tick_ms();
   hub->close();
   EXPECT_LT(SYSTEM.tick_ms() - start, 200u);
   EXPECT_FALSE(hub->is_open());
-  const Peer takes_the_port(HUB);
+  const Peer takes_the_port(net.hub);
   EXPECT_EQ(a.driver()->send(sequence(12)), Transport::SEND_FAILED);
-  EXPECT_EQ(hub->attach(endpoint_of(DEVICE_A)).result.message, "the UDP hub is not open");
+  EXPECT_EQ(hub->attach(endpoint_of(net.a)).result.message, "the UDP hub is not open");
   waiting.join();
   a.close();
   hub.reset();
@@ -182,18 +190,19 @@ TEST(UdpHub, StopsCleanlyWithLinksOpen) {
 // With no address given the hub binds where a link to the devices would: the host address facing
 // them. A second hub on the same address and port is refused with the link's reason.
 TEST(UdpHub, BindsTheAddressALinkWouldAndRefusesATakenPort) {
+  const Net net(95);
   struct LoopbackHost : FakePortLayer {
     port::DatagramSocketResult open_datagram_socket() override {
       return SYSTEM.open_datagram_socket();
     }
   } host;
-  host.host = {{10, 99, 0, 1}, {127, 0, 91, 1}};
+  host.host = {{10, 99, 0, 1}, {127, 0, 95, 1}};
   UdpHub hub(host), second(host);
-  ASSERT_TRUE(hub.open_for(DEVICE_A.address).ok);
-  EXPECT_EQ(hub.local_endpoint(), HUB);
-  const OpenResult refused = second.open_for(DEVICE_B.address);
+  ASSERT_TRUE(hub.open_for(net.a.address).ok);
+  EXPECT_EQ(hub.local_endpoint(), net.hub);
+  const OpenResult refused = second.open_for(net.b.address);
   EXPECT_FALSE(refused.ok);
-  EXPECT_EQ(refused.message.rfind("UDP port 57998 on 127.0.91.1 is already in use", 0), 0u)
+  EXPECT_EQ(refused.message.rfind("UDP port 57998 on 127.0.95.1 is already in use", 0), 0u)
       << refused.message;
 }
 
