@@ -12,6 +12,7 @@ struct Opener {
   port::PortLayer& ports;
   const LinkProfile& profile;
   std::unique_ptr<Transport>& transport;
+  UdpHub* hub;  // UDP devices go through it when set
 
   OpenResult operator()(const SerialPort& port) const {
     auto serial = std::make_unique<SerialTransport>(ports);
@@ -21,7 +22,8 @@ struct Opener {
   }
   OpenResult operator()(const UdpDevice& device) const {
     auto udp = std::make_unique<UdpTransport>(ports);
-    OpenResult result = udp->open({device.address, device.port}, times());
+    const port::Ipv4Endpoint endpoint{device.address, device.port};
+    OpenResult result = hub ? udp->open(*hub, endpoint, times()) : udp->open(endpoint, times());
     transport = std::move(udp);
     return result;
   }
@@ -63,8 +65,17 @@ DeviceLink::DeviceLink(port::PortLayer& ports, ProgressFunction progress) : port
 DeviceLink::~DeviceLink() = default;
 
 OpenResult DeviceLink::open(const DeviceAddress& device, const LinkProfile& profile) {
+  return open_through(device, profile, nullptr);
+}
+
+OpenResult DeviceLink::open(UdpHub& hub, const UdpDevice& device, const LinkProfile& profile) {
+  return open_through(device, profile, &hub);
+}
+
+OpenResult DeviceLink::open_through(const DeviceAddress& device, const LinkProfile& profile,
+                                    UdpHub* hub) {
   close();
-  OpenResult result = std::visit(Opener{ports_, profile, transport_}, device);
+  OpenResult result = std::visit(Opener{ports_, profile, transport_, hub}, device);
   if (!result.ok) {
     transport_.reset();
     return result;

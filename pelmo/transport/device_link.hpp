@@ -11,6 +11,7 @@
 #include "pelmo/transport/port_layer.hpp"
 #include "pelmo/transport/serial_transport.hpp"
 #include "pelmo/transport/transport.hpp"
+#include "pelmo/transport/udp_hub.hpp"
 #include "pelmo/transport/udp_transport.hpp"
 
 namespace pelmo {
@@ -41,6 +42,10 @@ class DeviceLink {
   // Opens the device's transport (the serial line at 115200 8N1) with `profile`'s response times.
   // A link already open is closed first.
   OpenResult open(const DeviceAddress& device, const LinkProfile& profile);
+  // Opens a UDP device through `hub`'s shared socket, so that one process can drive many UDP
+  // devices at once; refused while another link on the hub talks to the same device. `hub` must
+  // outlive the link.
+  OpenResult open(UdpHub& hub, const UdpDevice& device, const LinkProfile& profile);
   void close();
   bool is_open() const { return transport_ != nullptr && transport_->is_open(); }
 
@@ -63,6 +68,7 @@ class DeviceLink {
 
  private:
   void use_retransmission(const DeviceAddress& device, const LinkProfile& profile);
+  OpenResult open_through(const DeviceAddress& device, const LinkProfile& profile, UdpHub* hub);
 
   port::PortLayer& ports_;
   std::unique_ptr<Transport> transport_;

@@ -6,19 +6,13 @@
 #include <string>
 #include <utility>
 
+#include "pelmo/transport/udp_hub.hpp"
+
 namespace pelmo {
 
 namespace {
 
 constexpr std::size_t MAX_CAPACITY = 0xFFFF;
-
-std::string dotted(const Ipv4Address& address) {
-  std::string text;
-  for (const std::uint8_t byte : address) {
-    text += (text.empty() ? "" : ".") + std::to_string(byte);
-  }
-  return text;
-}
 
 std::string with_os_error(std::string text, const port::OsError& error) {
   return text + " (os error " + std::to_string(error.code) + ")";
@@ -51,42 +45,79 @@ class DeviceDatagrams final : public ByteSource {
 
 }  // namespace
 
-UdpTransport::UdpTransport(port::PortLayer& ports) : ports_(ports) {}
+std::string dotted_address(const Ipv4Address& address) {
+  std::string text;
+  for (const std::uint8_t byte : address) {
+    text += (text.empty() ? "" : ".") + std::to_string(byte);
+  }
+  return text;
+}
 
-OpenResult UdpTransport::open(const port::Ipv4Endpoint& device, ResponseTimes times) {
-  if (const port::OsError error = ports_.start_sockets(2, 2); error.failed()) {
-    return OpenResult::failure(with_os_error("cannot start the socket library", error), error.code);
-  }
-  port::DatagramSocketResult created = ports_.open_datagram_socket();
-  if (!created.socket) {
-    ports_.stop_sockets();
-    return OpenResult::failure(with_os_error("cannot create a UDP socket", created.error),
-                               created.error.code);
-  }
+port::Ipv4Endpoint udp_local_endpoint(port::PortLayer& ports, const port::Ipv4Endpoint& device) {
   // The tool listens on the device's port number, on the interface facing the device when one
   // shares at least the first two address bytes with it, otherwise on all interfaces.
   port::Ipv4Endpoint local{{0, 0, 0, 0}, device.port};
-  std::array<Ipv4Address, MAX_LOCAL_ADDRESSES> host{};
-  const std::size_t host_count = list_local_addresses(ports_, host);
+  std::array<Ipv4Address, UdpTransport::MAX_LOCAL_ADDRESSES> host{};
+  const std::size_t host_count = list_local_addresses(ports, host);
   if (const auto chosen = choose_local_address(std::span(host).first(host_count), device.address)) {
     local.address = *chosen;
   }
+  return local;
+}
+
+BoundSocket open_bound_socket(port::PortLayer& ports, const port::Ipv4Endpoint& local) {
+  if (const port::OsError error = ports.start_sockets(2, 2); error.failed()) {
+    return {nullptr, OpenResult::failure(with_os_error("cannot start the socket library", error),
+                                         error.code)};
+  }
+  port::DatagramSocketResult created = ports.open_datagram_socket();
+  if (!created.socket) {
+    ports.stop_sockets();
+    return {nullptr, OpenResult::failure(with_os_error("cannot create a UDP socket", created.error),
+                                         created.error.code)};
+  }
   if (const port::OsError error = created.socket->bind(local); error.failed()) {
     created.socket.reset();
-    ports_.stop_sockets();
+    ports.stop_sockets();
     const std::string where =
-        "UDP port " + std::to_string(local.port) + " on " + dotted(local.address);
-    return OpenResult::failure(
-        with_os_error(error.address_in_use ? where + " is already in use by another program or link"
+        "UDP port " + std::to_string(local.port) + " on " + dotted_address(local.address);
+    return {nullptr, OpenResult::failure(
+                         with_os_error(error.address_in_use
+                                           ? where + " is already in use by another program or link"
                                            : "cannot bind " + where,
-                      error),
-        error.code);
+                                       error),
+                         error.code)};
   }
+  return {std::move(created.socket), OpenResult::success()};
+}
 
+UdpTransport::UdpTransport(port::PortLayer& ports) : ports_(ports) {}
+
+OpenResult UdpTransport::open(const port::Ipv4Endpoint& device, ResponseTimes times) {
+  const port::Ipv4Endpoint local = udp_local_endpoint(ports_, device);
+  BoundSocket bound = open_bound_socket(ports_, local);
+  if (!bound.socket) {
+    return bound.result;
+  }
   close();  // a link opened before on this object
-  socket_ = std::move(created.socket);
+  socket_ = std::move(bound.socket);
+  started_sockets_ = true;
   destination_ = device;
   local_address_ = local;
+  times_ = times;
+  return OpenResult::success();
+}
+
+OpenResult UdpTransport::open(UdpHub& hub, const port::Ipv4Endpoint& device, ResponseTimes times) {
+  UdpHub::Attached attached = hub.attach(device);
+  if (!attached.endpoint) {
+    return attached.result;
+  }
+  close();
+  socket_ = std::move(attached.endpoint);
+  started_sockets_ = false;
+  destination_ = device;
+  local_address_ = hub.local_endpoint();
   times_ = times;
   return OpenResult::success();
 }
@@ -160,7 +191,9 @@ void UdpTransport::close() {
     return;
   }
   socket_.reset();
-  ports_.stop_sockets();
+  if (started_sockets_) {
+    ports_.stop_sockets();
+  }
 }
 
 }  // namespace pelmo
