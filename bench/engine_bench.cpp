@@ -21,6 +21,7 @@
 #include "pelmo/formats/number_text.hpp"
 #include "pelmo/protocol/result_code.hpp"
 #include "pelmo/transport/device_link.hpp"
+#include "pelmo/transport/udp_hub.hpp"
 
 namespace {
 
@@ -111,7 +112,9 @@ std::optional<pelmo::DeviceAddress> address_of(std::string_view target) {
   return device;
 }
 
-Outcome run_one(const Options& options, const pelmo::DeviceAddress& address,
+// UDP devices share one hub (one socket on the protocol port); serial ports have links of their
+// own.
+Outcome run_one(const Options& options, const pelmo::DeviceAddress& address, pelmo::UdpHub& hub,
                 const std::vector<std::uint8_t>& image) {
   Outcome outcome;
   const bool udp = std::holds_alternative<pelmo::UdpDevice>(address);
@@ -123,7 +126,10 @@ Outcome run_one(const Options& options, const pelmo::DeviceAddress& address,
   }
   pelmo::DeviceLink link(pelmo::port::system_port_layer());
   const auto start = Clock::now();
-  if (const pelmo::OpenResult opened = link.open(address, profile); !opened.ok) {
+  const pelmo::OpenResult opened =
+      udp ? link.open(hub, std::get<pelmo::UdpDevice>(address), profile)
+          : link.open(address, profile);
+  if (!opened.ok) {
     std::fprintf(stderr, "pelmo-engine-bench: %s\n", opened.message.c_str());
     return outcome;
   }
@@ -134,6 +140,7 @@ Outcome run_one(const Options& options, const pelmo::DeviceAddress& address,
     outcome.code = pelmo::read_firmware(driver, buffer, &read);
     outcome.bytes = read;
   } else {
+    link.set_erase_area(image.size());
     outcome.code = pelmo::erase_firmware(driver);
     if (outcome.code == pelmo::RC_OK) {
       outcome.code = pelmo::write_firmware(driver, image, static_cast<std::uint32_t>(image.size()));
@@ -168,13 +175,21 @@ int main(int argc, char** argv) {
     addresses.push_back(*address);
   }
 
+  pelmo::UdpHub hub(pelmo::port::system_port_layer());
+  for (const pelmo::DeviceAddress& address : addresses) {
+    if (const auto* udp = std::get_if<pelmo::UdpDevice>(&address); udp && !hub.is_open()) {
+      if (const pelmo::OpenResult opened = hub.open_for(udp->address); !opened.ok) {
+        usage(opened.message.c_str());
+      }
+    }
+  }
   std::vector<Outcome> outcomes(addresses.size());
   const std::clock_t cpu_start = std::clock();
   const auto start = Clock::now();
   {
     std::vector<std::jthread> workers;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
-      workers.emplace_back([&, i] { outcomes[i] = run_one(options, addresses[i], image); });
+      workers.emplace_back([&, i] { outcomes[i] = run_one(options, addresses[i], hub, image); });
     }
   }
   const double wall = std::chrono::duration<double>(Clock::now() - start).count();

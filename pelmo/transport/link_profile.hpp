@@ -80,7 +80,11 @@ inline constexpr LinkProfile FAST_UDP_PROFILE{
     .chunk_size = 1012,
     .max_attempts = 0,  // bounded by the deadline alone
     .first_byte_ms = 2000,
-    .quiet_ms = 150,
+    // Framed, the quiet time only unmasks a false start (a stray start byte, or the tail of a
+    // stale answer, announcing a frame that never completes). A frame's datagrams follow each
+    // other at once, so 10 ms of silence is enough, and it is shorter than the floor of the
+    // round-trip wait, so the real answer behind it is still taken without a resend.
+    .quiet_ms = 10,
     .reception = Reception::framed,
     .retransmission = FAST_UDP_RETRANSMISSION,
     // An erase waits 1 s plus 20 ms per KiB (about 11 s for 512 KiB): flash erases at well under
@@ -94,7 +98,9 @@ inline constexpr LinkProfile FAST_SERIAL_PROFILE{
     .chunk_size = 244,
     .max_attempts = 0,
     .first_byte_ms = 250,
-    .quiet_ms = 150,
+    // USB serial adapters hand over what they received every 16 ms at worst, so a real frame
+    // never pauses longer than that; 20 ms unmasks a false start before the round-trip floor.
+    .quiet_ms = 20,
     .reception = Reception::framed,
     .retransmission = {.adaptive = true,
                        .initial_rto_ms = 250,  // the classic first-byte wait

@@ -1,13 +1,6 @@
 // Several pelmo-device processes driven at once from one process through one UDP hub, each from a
 // thread of its own, with the classic commands. The devices serve on loopback addresses 127.0.99.x
 // and keep their areas in state folders, which are read back after they stopped.
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -24,8 +17,7 @@
 #include "pelmo/protocol/bytes.hpp"
 #include "pelmo/protocol/crc32.hpp"
 #include "pelmo/transport/device_link.hpp"
-
-extern char** environ;
+#include "tests/transport/device_process.hpp"
 
 namespace pelmo::test {
 namespace {
@@ -37,28 +29,10 @@ port::PortLayer& SYSTEM = port::system_port_layer();
 constexpr port::Ipv4Endpoint HUB{{127, 0, 99, 1}, DEVICE_UDP_PORT};
 constexpr int DEVICES = 3;
 
-Bytes file_bytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void write_file(const fs::path& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
 // A sealed firmware of 128 bytes whose header names device `index`.
 Bytes firmware_of(int index) {
-  Bytes image(128, 0xA5);
-  std::fill_n(&image[8], FIRMWARE_INFO_SIZE - 8, 0);
-  store_u32(ByteOrder::little, FIRMWARE_MAGIC, &image[20]);
-  image[24] = static_cast<std::uint8_t>(index + 1);  // version_major
-  const std::string name = "hub-device-" + std::to_string(index);
-  std::memcpy(&image[32], name.data(), name.size());
-  store_u32(ByteOrder::little, static_cast<std::uint32_t>(image.size()), &image[0]);
-  store_u32(ByteOrder::little, crc32_mpeg2(std::span(image).subspan(8)), &image[4]);
-  return image;
+  return sealed_firmware(128, "hub-device-" + std::to_string(index),
+                         static_cast<std::uint8_t>(index + 1));
 }
 
 // Different lengths (one block, two, three) and contents per device.
@@ -69,72 +43,6 @@ Bytes table_of(int index) {
   }
   return table;
 }
-
-// One pelmo-device on `address`, its state in `folder`; stopped with SIGTERM.
-class DeviceProcess {
- public:
-  DeviceProcess(const Ipv4Address& address, const fs::path& folder, const fs::path& firmware)
-      : output_(folder / "device.out") {
-    fs::create_directories(folder / "state");
-    const std::vector<std::string> words = {PELMO_DEVICE_PROGRAM,
-                                            "--udp",
-                                            dotted_address(address),
-                                            "--state",
-                                            (folder / "state").string(),
-                                            "--load-firmware",
-                                            firmware.string(),
-                                            "--log",
-                                            (folder / "device.log").string()};
-    std::vector<char*> argv;
-    for (const std::string& word : words) {
-      argv.push_back(const_cast<char*>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output_.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
-      pid_ = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-  }
-  ~DeviceProcess() { stop(); }
-  DeviceProcess(const DeviceProcess&) = delete;
-  DeviceProcess& operator=(const DeviceProcess&) = delete;
-
-  // True once the device printed its ready line, within ten seconds.
-  bool ready() const {
-    for (int poll = 0; pid_ > 0 && poll < 500; ++poll) {
-      const Bytes text = file_bytes(output_);
-      if (std::string(text.begin(), text.end()).find("ready\n") != std::string::npos) {
-        return true;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
-  }
-  std::string output() const {
-    const Bytes text = file_bytes(output_);
-    return {text.begin(), text.end()};
-  }
-  // Exit status after SIGTERM (0 when the device stopped the way it should).
-  int stop() {
-    if (pid_ <= 0) {
-      return -1;
-    }
-    kill(pid_, SIGTERM);
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
- private:
-  fs::path output_;
-  pid_t pid_ = -1;
-};
 
 // What one thread did with its device.
 struct DeviceRun {
@@ -180,10 +88,12 @@ TEST(UdpHubDevices, ThreeDevicesDrivenAtOnceEachGetsItsOwnTable) {
   std::vector<std::unique_ptr<DeviceProcess>> devices;
   for (int index = 0; index < DEVICES; ++index) {
     const fs::path own = folder / std::to_string(index);
-    fs::create_directories(own);
+    fs::create_directories(own / "state");
     write_file(own / "firmware.bin", firmware_of(index));
-    devices.push_back(
-        std::make_unique<DeviceProcess>(device_address(index), own, own / "firmware.bin"));
+    devices.push_back(std::make_unique<DeviceProcess>(
+        own, std::vector<std::string>{"--udp", dotted_address(device_address(index)), "--state",
+                                      (own / "state").string(), "--load-firmware",
+                                      (own / "firmware.bin").string()}));
   }
   for (const auto& device : devices) {
     ASSERT_TRUE(device->ready()) << device->output();
