@@ -51,6 +51,18 @@ std::uint64_t link_seed(const DeviceAddress& device, std::uint32_t tick) {
 
 }  // namespace
 
+std::string device_name(const DeviceAddress& device) {
+  if (const auto* udp = std::get_if<UdpDevice>(&device)) {
+    const std::string port = udp->port == DEVICE_UDP_PORT ? "" : ":" + std::to_string(udp->port);
+    return "udp:" + dotted_address(udp->address) + port;
+  }
+  const SerialPort& serial = std::get<SerialPort>(device);
+  if (const auto* com = std::get_if<ComPort>(&serial)) {
+    return "serial:COM" + std::to_string(com->index + 1);
+  }
+  return "serial:" + std::get<std::string>(serial);
+}
+
 DeviceLink::DeviceLink(port::PortLayer& ports, ProgressFunction progress) : ports_(ports) {
   driver_.send = [this](std::span<const std::uint8_t> bytes) {
     return transport_ ? transport_->send(bytes) : Transport::SEND_FAILED;
@@ -75,6 +87,7 @@ OpenResult DeviceLink::open(UdpHub& hub, const UdpDevice& device, const LinkProf
 OpenResult DeviceLink::open_through(const DeviceAddress& device, const LinkProfile& profile,
                                     UdpHub* hub) {
   close();
+  name_ = device_name(device);
   OpenResult result = std::visit(Opener{ports_, profile, transport_, hub}, device);
   if (!result.ok) {
     transport_.reset();
@@ -108,6 +121,17 @@ void DeviceLink::set_erase_area(std::uint64_t bytes) {
   const std::uint64_t wait =
       profile_.erase_base_ms + (bytes + 1023) / 1024 * profile_.erase_ms_per_kib;
   driver_.erase_timeout_ms = static_cast<std::uint32_t>(std::min<std::uint64_t>(wait, UINT32_MAX));
+}
+
+void DeviceLink::set_transfer_observer(TransferObserver observer) {
+  if (!observer) {
+    driver_.transfer_progress = {};
+    return;
+  }
+  driver_.transfer_progress = [this, observer = std::move(observer)](std::uint32_t done,
+                                                                     std::uint32_t total) {
+    observer(TransferProgress{name_, done, total});
+  };
 }
 
 void DeviceLink::close() {

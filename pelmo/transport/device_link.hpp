@@ -3,6 +3,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <variant>
 
 #include "pelmo/protocol/link_driver.hpp"
@@ -24,6 +26,18 @@ struct UdpDevice {
 
 // Where a device is: a serial port (a COM number or a device path) or a UDP endpoint.
 using DeviceAddress = std::variant<SerialPort, UdpDevice>;
+
+// The device's name for people and records: "udp:192.168.1.15", "serial:COM3",
+// "serial:/dev/ttyUSB0" (a UDP port other than the protocol's is added as ":PORT").
+std::string device_name(const DeviceAddress& device);
+
+// One step of a read, write or verify on one device, for progress bars and machine records.
+struct TransferProgress {
+  std::string_view device;  // device_name() of the link
+  std::uint32_t done = 0;   // bytes acknowledged so far
+  std::uint32_t total = 0;  // bytes the transfer moves in all
+};
+using TransferObserver = std::function<void(const TransferProgress&)>;
 
 // The link to one device: it opens the transport, owns it, drives it with one LinkProfile and
 // gives the commands the LinkDriver they take. One object per device; several may be open at once.
@@ -61,16 +75,18 @@ class DeviceLink {
   void set_erase_area(std::uint64_t bytes);
   // Asked before each send and between answers: true ends the exchange with RC_CANCELLED.
   void set_cancel(std::function<bool()> cancelled) { driver_.cancelled = std::move(cancelled); }
-  // Called with the bytes done and in total after each chunk of a read, write or verify.
-  void set_transfer_progress(TransferProgressFunction progress) {
-    driver_.transfer_progress = std::move(progress);
-  }
+  // Told after each chunk of a read, write or verify: this device, bytes done and in total.
+  void set_transfer_observer(TransferObserver observer);
+
+  // device_name() of the device last opened ("" before any open).
+  const std::string& name() const { return name_; }
 
  private:
   void use_retransmission(const DeviceAddress& device, const LinkProfile& profile);
   OpenResult open_through(const DeviceAddress& device, const LinkProfile& profile, UdpHub* hub);
 
   port::PortLayer& ports_;
+  std::string name_;
   std::unique_ptr<Transport> transport_;
   LinkDriver driver_;  // send and receive reach transport_; progress is the one callback
   std::optional<RoundTripEstimator> estimator_;

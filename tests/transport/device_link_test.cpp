@@ -50,5 +50,38 @@ TEST(DeviceLink, DrivesItsTransportWithTheClassicProfiles) {
   }
 }
 
+// The fast profiles give the link an estimate and a clock, the erase wait follows the area, and
+// every transfer step is reported with the device's name.
+TEST(DeviceLink, FastProfilesScaleTheEraseAndNameTheDeviceInProgress) {
+  const struct {
+    DeviceAddress address;
+    LinkProfile profile;
+    std::string name;
+  } cases[] = {
+      {ComPort{2}, FAST_SERIAL_PROFILE, "serial:COM3"},
+      {std::string("/dev/ttyUSB0"), FAST_SERIAL_PROFILE, "serial:/dev/ttyUSB0"},
+      {UdpDevice{{10, 0, 0, 7}}, FAST_UDP_PROFILE, "udp:10.0.0.7"},
+      {UdpDevice{{10, 0, 0, 7}, 6000}, FAST_UDP_PROFILE, "udp:10.0.0.7:6000"},
+  };
+  for (const auto& c : cases) {
+    FakePortLayer ports;
+    DeviceLink link(ports);
+    ASSERT_TRUE(link.open(c.address, c.profile).ok);
+    EXPECT_EQ(link.name(), c.name);
+    const LinkDriver& driver = *link.driver();
+    EXPECT_NE(driver.estimator, nullptr);
+    EXPECT_EQ(driver.erase_timeout_ms, 25000u);
+    link.set_erase_area(512 * 1024 + 1);  // 513 KiB begun
+    EXPECT_EQ(driver.erase_timeout_ms, 1000u + 513u * 20u);
+    std::vector<std::string> events;
+    link.set_transfer_observer([&](const TransferProgress& step) {
+      events.push_back(std::string(step.device) + " " + std::to_string(step.done) + "/" +
+                       std::to_string(step.total));
+    });
+    driver.transfer_progress(1012, 4096);
+    EXPECT_EQ(events, std::vector<std::string>{c.name + " 1012/4096"});
+  }
+}
+
 }  // namespace
 }  // namespace pelmo::test
