@@ -19,8 +19,8 @@ pauses the receive loops cannot avoid:
           more quiet poll for an acknowledgement or 15 quiet polls (150 ms) for a read answer.
 "best s" is the same count for answers that are already waiting at the first poll after the send
 (a device process that was scheduled at once); on a quiet machine UDP runs land between the two.
-The request's own wire time is not counted: the pty delivers it at once and the simulator paces
-only what it sends. Wall time is measured around the process; CPU time comes from os.wait4. While the program runs,
+On the paced line the request's own wire time counts too: the simulator takes in what the program
+writes at the line rate as well. Wall time is measured around the process; CPU time comes from os.wait4. While the program runs,
 a thread of this script sleeps the same pause again and again; "pause ms" is how long such a pause
 really took then, and "wall/adj" compares the wall time with the floor's pauses at that length,
 which separates a loaded machine from time the program itself adds.
@@ -51,25 +51,26 @@ class Link:
         self.pause_ms = 5 if self.udp else 10  # the receive loop's polling pause
         self.step = chunk - chunk % 8  # firmware blocks advance by a multiple of 8
 
-    def ack_pauses(self, waiting=False):
+    def ack_pauses(self, request_bytes=FRAME_OVERHEAD, waiting=False):
         """Pauses of one exchange whose 12-byte answer ends the receive as soon as it is in.
         `waiting`: the answer is already there at the first poll after the send."""
         if self.udp:
             return 0 if waiting else 1
-        return self._serial_data_polls(FRAME_OVERHEAD, waiting) + 1
+        return self._serial_data_polls(request_bytes + FRAME_OVERHEAD, waiting) + 1
 
     def read_pauses(self, answer_bytes, waiting=False):
         """Pauses of one exchange whose answer ends only after 150 ms of quiet."""
         quiet = 150 // self.pause_ms
         if self.udp:
             return (0 if waiting else 1) + quiet
-        return self._serial_data_polls(answer_bytes, waiting) + quiet
+        return self._serial_data_polls(FRAME_OVERHEAD + answer_bytes, waiting) + quiet
 
-    def _serial_data_polls(self, answer_bytes, waiting):
+    def _serial_data_polls(self, line_bytes, waiting):
         # Polls at 0, 10, 20 ... ms after the send; unless the answer is waiting already, the
-        # first one comes before it. A paced answer is never complete at the first poll.
+        # first one comes before it. On the paced line the request and the answer both cross it
+        # first, so the answer is never complete at the first poll.
         if self.paced:
-            return max(1, math.ceil(answer_bytes * 1000 / WIRE_BYTES_PER_S / self.pause_ms))
+            return max(1, math.ceil(line_bytes * 1000 / WIRE_BYTES_PER_S / self.pause_ms))
         return 0 if waiting else 1
 
 
@@ -81,10 +82,11 @@ LINKS = {
 
 
 def ewv_pauses(link, size, waiting=False):
-    blocks = math.ceil(size / link.step)
-    verify_blocks = math.ceil((size - 8) / link.step)
-    exchanges = 1 + 1 + blocks + 1 + verify_blocks  # erase, probe, blocks, end, verify blocks
-    return exchanges, exchanges * link.ack_pauses(waiting)
+    def block_requests(start):
+        return [FRAME_OVERHEAD + min(link.step, size - offset) for offset in range(start, size, link.step)]
+    # erase, probe, the blocks written, end, the blocks verified
+    requests = [FRAME_OVERHEAD] * 3 + block_requests(0) + block_requests(8)
+    return len(requests), sum(link.ack_pauses(request, waiting) for request in requests)
 
 
 def read_pauses(link, size, waiting=False):

@@ -43,9 +43,12 @@ class Pacing {
                                            : std::max<std::uint16_t>(min_count, FRAME_OVERHEAD);
     frame_bytes_ = request_bytes + answer_bytes;
     erase_wait_ = sum_capped(driver.erase_timeout_ms, driver.extra_timeout_ms);
-    const std::uint32_t device_work = expect.wait == AnswerWait::erase
-                                          ? erase_wait_
-                                          : sum_capped(timeout_ms, driver.extra_timeout_ms);
+    // An erase whose answer is lost is sent again and waits its whole allowance anew, so its
+    // deadline admits three allowances: two losses in a row still end in an answer.
+    const std::uint32_t device_work =
+        expect.wait == AnswerWait::erase
+            ? sum_capped(erase_wait_, sum_capped(erase_wait_, erase_wait_))
+            : sum_capped(timeout_ms, driver.extra_timeout_ms);
     budget_ = sum_capped(estimator_->settings().deadline_ms, device_work);
     start_ = now();
   }
