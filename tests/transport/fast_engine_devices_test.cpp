@@ -122,5 +122,31 @@ TEST_F(FastEngineOnFaultyLinks, EveryFlashLandsAndDuplicatesNeverCauseASend) {
   }
 }
 
+// Cancelled half way through a write on a serial port: the write ends at once with RC_CANCELLED,
+// the progress seen so far names the device, and the port is free for the next link.
+TEST_F(FastEngineOnFaultyLinks, ACancelledWriteEndsAtOnceAndReleasesThePort) {
+  const fs::path tty = folder_ / "tty";
+  DeviceProcess device(folder_, {"--pty-link", tty.string(), "--baud-pace"});
+  ASSERT_TRUE(device.ready()) << device.output();
+  const Bytes image = sealed_firmware(16 * 1024, "cancelled", 1);
+  std::vector<std::uint32_t> done;
+  {
+    DeviceLink link(SYSTEM);
+    ASSERT_TRUE(link.open(SerialPort{tty.string()}, FAST_SERIAL_PROFILE).ok);
+    link.set_transfer_observer([&](const TransferProgress& step) {
+      EXPECT_EQ(step.device, "serial:" + tty.string());
+      EXPECT_EQ(step.total, image.size());
+      done.push_back(step.done);
+    });
+    link.set_cancel([&] { return done.size() >= 3; });
+    EXPECT_EQ(write_firmware(link.driver(), image, static_cast<std::uint32_t>(image.size())),
+              RC_CANCELLED);
+  }
+  EXPECT_EQ(done, (std::vector<std::uint32_t>{240, 480, 720}));
+  DeviceLink next(SYSTEM);
+  const OpenResult reopened = next.open(SerialPort{tty.string()}, FAST_SERIAL_PROFILE);
+  EXPECT_TRUE(reopened.ok) << reopened.message;
+}
+
 }  // namespace
 }  // namespace pelmo::test
