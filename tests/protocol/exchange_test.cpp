@@ -73,98 +73,51 @@ constexpr RetransmissionSettings ADAPTIVE{.adaptive = true,
                                           .max_rto_ms = 2000,
                                           .deadline_ms = 1000};
 
+const AnswerExpectation ECHO{.echo = 0x100}, ERASE{.wait = AnswerWait::erase};
+
 struct AdaptiveCase {
-  std::string name;
-  std::vector<Reply> replies{};                                              // then silence
-  std::vector<std::pair<std::vector<std::uint8_t>, std::uint32_t>> stale{};  // bytes, arrival
-  AnswerExpectation expect{.echo = 0x100};
-  std::uint32_t timeout_ms = 0;  // the device's work time the command allows
-  std::uint16_t max_attempts = 0;
-  ResultCode rc = RC_OK;
-  std::vector<std::uint32_t> waits{};  // each receive's time-out
-  std::size_t sends = 0;
-  std::optional<std::uint32_t> srtt{};  // the estimate after the exchange
-  std::uint32_t end_ms = 0;             // the clock when the exchange returned
+  std::vector<Reply> replies;                                              // then silence
+  std::vector<std::pair<std::vector<std::uint8_t>, std::uint32_t>> stale;  // bytes, arrival
+  AnswerExpectation expect;
+  std::uint32_t timeout_ms;  // the device's work time the command allows
+  std::uint16_t max_attempts;
+  ResultCode rc;
+  std::vector<std::uint32_t> waits;  // each receive's time-out
+  std::size_t sends;
+  std::optional<std::uint32_t> srtt;  // the estimate after the exchange
+  std::uint32_t end_ms;               // the clock when the exchange returned
   std::uint32_t start_ms = 0;
 };
 
 TEST(AdaptiveExchange, WaitsTheEstimateWithinADeadlineAndDropsStaleAnswers) {
   const auto stale_ack = response_frame(0, 0xF0);  // the previous block's acknowledgement
+  // replies, stale answers, what the answer echoes, the command's time-out, max_attempts; result,
+  // waits, sends, estimate, clock at the end (and at the start)
   const std::vector<AdaptiveCase> cases{
-      {.name = "answered first: one sample",
-       .replies = {after(30, ack(0x100))},
-       .waits = {200},
-       .sends = 1,
-       .srtt = 30,
-       .end_ms = 30},
-      {.name = "answered after a resend: no sample (Karn)",
-       .replies = {silence(), after(30, ack(0x100))},
-       .waits = {200, 400},
-       .sends = 2,
-       .end_ms = 230},
-      {.name = "the deadline ends it, across the clock's wrap",
-       .rc = RC_TIMEOUT,
-       .waits = {200, 400, 400},
-       .sends = 3,
-       .end_ms = 0xFFFFFF00u + 1000,
-       .start_ms = 0xFFFFFF00u},
-      {.name = "the device's work time lengthens the deadline",
-       .timeout_ms = 600,
-       .rc = RC_TIMEOUT,
-       .waits = {200, 400, 800, 200},
-       .sends = 4,
-       .end_ms = 1600},
-      {.name = "max_attempts bounds the sends",
-       .max_attempts = 2,
-       .rc = RC_TIMEOUT,
-       .waits = {200, 400},
-       .sends = 2,
-       .end_ms = 600},
-      {.name = "a late answer to the previous offset is dropped",
-       .replies = {after(40, ack(0x100))},
-       .stale = {{stale_ack, 10}},
-       .waits = {200, 190},
-       .sends = 1,
-       .srtt = 40,
-       .end_ms = 40},
-      {.name = "duplicates never cause a resend",
-       .replies = {silence(), after(5, ack(0x100))},
-       .stale = {{stale_ack, 10}, {stale_ack, 20}},
-       .waits = {200, 190, 180, 400},
-       .sends = 2,
-       .end_ms = 205},
-      {.name = "a failing status is taken whatever it echoes",
-       .replies = {after(10, answer(0xFA, 0))},
-       .waits = {200},
-       .sends = 1,
-       .srtt = 10,
-       .end_ms = 10},
-      {.name = "without an echo the first answer is taken",
-       .stale = {{stale_ack, 10}},
-       .expect = {},
-       .waits = {200},
-       .sends = 1,
-       .srtt = 10,
-       .end_ms = 10},
-      {.name = "a failed send waits out its attempt",
-       .replies = {failed_send(-1), after(10, ack(0x100))},
-       .waits = {200, 400},
-       .sends = 2,
-       .end_ms = 210},
-      {.name = "an erase waits its allowance each time, three allowances and the deadline in all",
-       .expect = {.wait = AnswerWait::erase},
-       .rc = RC_TIMEOUT,
-       .waits = {3000, 3000, 3000, 1000},
-       .sends = 4,
-       .end_ms = 10000},
-      {.name = "an answered erase gives no sample",
-       .replies = {after(2500, ack(0))},
-       .expect = {.wait = AnswerWait::erase},
-       .waits = {3000},
-       .sends = 1,
-       .end_ms = 2500},
-  };
-  for (const AdaptiveCase& c : cases) {
+      // 0: answered first, one sample
+      {{after(30, ack(0x100))}, {}, ECHO, 0, 0, RC_OK, {200}, 1, 30, 30},
+      // 1: answered after a resend, no sample (Karn)
+      {{silence(), after(30, ack(0x100))}, {}, ECHO, 0, 0, RC_OK, {200, 400}, 2, {}, 230},
+      // 2: the deadline ends it, across the clock's wrap
+      {{}, {}, ECHO, 0, 0, RC_TIMEOUT, {200, 400, 400}, 3, {}, 0xFFFFFF00u + 1000, 0xFFFFFF00u},
+      // 3: the device's work time lengthens the deadline
+      {{}, {}, ECHO, 600, 0, RC_TIMEOUT, {200, 400, 800, 200}, 4, {}, 1600},
+      // 4: max_attempts bounds the sends
+      {{}, {}, ECHO, 0, 2, RC_TIMEOUT, {200, 400}, 2, {}, 600},
+      // 5: a late answer to the previous offset is dropped
+      {{after(40, ack(0x100))}, {{stale_ack, 10}}, ECHO, 0, 0, RC_OK, {200, 190}, 1, 40, 40},
+      // 6: a failing status is taken whatever it echoes
+      {{after(10, answer(0xFA, 0))}, {}, ECHO, 0, 0, RC_OK, {200}, 1, 10, 10},
+      // 7: without an echo the first answer is taken
+      {{}, {{stale_ack, 10}}, {}, 0, 0, RC_OK, {200}, 1, 10, 10},
+      // 8: a failed send waits out its attempt
+      {{failed_send(-1), after(10, ack(0x100))}, {}, ECHO, 0, 0, RC_OK, {200, 400}, 2, {}, 210},
+      // 9: an erase waits its allowance each time, three allowances and the deadline in all
+      {{}, {}, ERASE, 0, 0, RC_TIMEOUT, {3000, 3000, 3000, 1000}, 4, {}, 10000},
+      // 10: an answered erase gives no sample
+      {{after(2500, ack(0))}, {}, ERASE, 0, 0, RC_OK, {3000}, 1, {}, 2500}};
+  for (std::size_t row = 0; row < cases.size(); ++row) {
+    const AdaptiveCase& c = cases[row];
     ScriptedDevice device;
     RoundTripEstimator estimator(ADAPTIVE);
     device.use_clock(c.start_ms);
@@ -177,25 +130,15 @@ TEST(AdaptiveExchange, WaitsTheEstimateWithinADeadlineAndDropsStaleAnswers) {
     std::array<std::uint8_t, 64> response{};
     EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, c.timeout_ms, nullptr, c.expect),
               c.rc)
-        << c.name;
+        << row;
     std::vector<std::uint32_t> waits;
     for (const ReceiveCall& call : device.receives())
       waits.push_back(call.timeout_ms);
-    EXPECT_EQ(waits, c.waits) << c.name;
-    EXPECT_EQ(device.requests().size(), c.sends) << c.name;
-    EXPECT_EQ(estimator.srtt_ms(), c.srtt) << c.name;
-    EXPECT_EQ(device.now_ms(), c.end_ms) << c.name;
+    EXPECT_EQ(waits, c.waits) << row;
+    EXPECT_EQ(device.requests().size(), c.sends) << row;
+    EXPECT_EQ(estimator.srtt_ms(), c.srtt) << row;
+    EXPECT_EQ(device.now_ms(), c.end_ms) << row;
   }
-}
-
-TEST(AdaptiveExchange, ClassicWayTakesWhateverArrives) {
-  ScriptedDevice device;
-  device.inject_input(response_frame(0, 0xF0));
-  std::array<std::uint8_t, 64> response{};
-  std::uint16_t length = 0;
-  EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, 0, &length, {.echo = 0x100}), RC_OK);
-  EXPECT_EQ(std::tuple(length, device.requests().size(), device.receives()[0].timeout_ms),
-            std::tuple(12, 1u, 0u));
 }
 
 TEST(AdaptiveExchange, CancellationStopsBeforeASendOrBetweenAnswers) {
@@ -214,8 +157,7 @@ TEST(AdaptiveExchange, CancellationStopsBeforeASendOrBetweenAnswers) {
     device.link().estimator = &estimator;
     device.link().cancelled = [&] { return ++calls >= nth; };
     std::array<std::uint8_t, 64> response{};
-    EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, 0, nullptr, {.echo = 0x100}),
-              RC_CANCELLED);
+    EXPECT_EQ(exchange(device.driver(), REQUEST, response, 12, 0, nullptr, ECHO), RC_CANCELLED);
     EXPECT_EQ(std::tuple(device.requests().size(), device.receives().size(), device.now_ms()),
               std::tuple(sends, receives, end_ms));
   }

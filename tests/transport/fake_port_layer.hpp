@@ -41,7 +41,7 @@ struct Poll {
 class FakePortLayer : public port::PortLayer {
  public:
   std::deque<Poll> polls;
-  int reads = 0;
+  int reads = 0, sockets_stopped = 0;
   std::optional<std::int32_t> write_result;  // overrides the count a write or send reports
   std::vector<port::Ipv4Endpoint> sent_to;
 
@@ -53,39 +53,34 @@ class FakePortLayer : public port::PortLayer {
   bool socket_available = true;
   std::vector<std::array<std::uint8_t, 4>> host;
 
-  std::uint32_t now = 0;
-  std::uint32_t script_start = 0;  // the clock reading the arrival times count from
-  std::uint32_t oversleep_ms = 0;  // added to every sleep, as a loaded system would
+  // The clock, its reading the arrival times count from, and what every sleep adds to its time,
+  // as a loaded system would.
+  std::uint32_t now = 0, script_start = 0, oversleep_ms = 0;
   std::vector<std::uint32_t> sleeps;
-  // Every read ("read N", N the count it returned), wait ("wait T", T its time-out) and sleep.
-  std::vector<std::string> trace;
+  // Every read ("rN", N the count it returned), wait ("wT", T its time-out) and sleep ("sT").
+  std::string trace;
   std::function<void(std::uint32_t now)> on_sleep;  // runs after each sleep
-  int sockets_stopped = 0;
 
   std::string com_port_path(int index) override { return "COM" + std::to_string(index + 1); }
-  port::SerialOpenResult open_serial(const std::string& path,
-                                     const LineSettings& settings) override {
+  port::SerialOpenResult open_serial(const std::string& path, const LineSettings& s) override {
     serial_opens.push_back(path);
-    line = settings;
-    if (held.contains(path)) {
-      return {port::SerialOpenStatus::open_failed, nullptr, 16};
-    }
-    const bool ok = serial_status == port::SerialOpenStatus::ok;
-    return {serial_status, ok ? std::make_unique<End>(*this, path) : nullptr, ok ? 0 : 5};
+    line = s;
+    const bool taken = held.contains(path);  // answered as a held port is
+    const auto status = taken ? port::SerialOpenStatus::open_failed : serial_status;
+    const bool ok = status == port::SerialOpenStatus::ok;
+    return {status, ok ? std::make_unique<End>(*this, path) : nullptr, taken ? 16 : ok ? 0 : 5};
   }
   port::OsError start_sockets(std::uint8_t, std::uint8_t) override { return start_error; }
   void stop_sockets() override { ++sockets_stopped; }
   port::DatagramSocketResult open_datagram_socket() override {
-    if (!socket_available) {
-      return {nullptr, {24}};
-    }
-    return {std::make_unique<End>(*this, ""), {}};
+    return {socket_available ? std::make_unique<End>(*this, "") : nullptr,
+            {socket_available ? 0 : 24}};
   }
   std::vector<std::array<std::uint8_t, 4>> host_addresses() override { return host; }
   std::uint32_t tick_ms() override { return now; }
   void sleep_ms(std::uint32_t milliseconds) override {
     sleeps.push_back(milliseconds);
-    trace.push_back("sleep " + std::to_string(milliseconds));
+    trace += " s" + std::to_string(milliseconds);
     now += milliseconds + oversleep_ms;
     if (on_sleep) {
       on_sleep(now);
@@ -104,16 +99,15 @@ class FakePortLayer : public port::PortLayer {
     // Like a real port, a read takes no more than it was offered; the rest of a poll is lost.
     std::int32_t receive_from(std::span<std::uint8_t> buffer, port::Ipv4Endpoint& from) override {
       ++p.reads;
-      const bool arrived = !p.polls.empty() && p.arrival_in(0).has_value();
-      const Poll poll = arrived ? p.polls.front() : Poll{};
-      if (arrived) {
+      const Poll poll = p.arrival_in(0) ? p.polls.front() : Poll{};
+      if (p.arrival_in(0)) {
         p.polls.pop_front();
       }
       const std::size_t count = std::min(buffer.size(), poll.bytes.size());
       std::copy_n(poll.bytes.begin(), count, buffer.begin());
       from = poll.sender;
       const std::int32_t result = poll.fails ? -1 : static_cast<std::int32_t>(count);
-      p.trace.push_back("read " + std::to_string(result));
+      p.trace += " r" + std::to_string(result);
       return result;
     }
     std::int32_t read(std::span<std::uint8_t> buffer) override {
@@ -123,14 +117,13 @@ class FakePortLayer : public port::PortLayer {
     std::int32_t write(std::span<const std::uint8_t> bytes) override {
       return p.write_result.value_or(static_cast<std::int32_t>(bytes.size()));
     }
-    std::int32_t send_to(const port::Ipv4Endpoint& to,
-                         std::span<const std::uint8_t> bytes) override {
+    std::int32_t send_to(const port::Ipv4Endpoint& to, std::span<const std::uint8_t> b) override {
       p.sent_to.push_back(to);
-      return write(bytes);
+      return write(b);
     }
     port::OsError bind(const port::Ipv4Endpoint&) override { return p.bind_error; }
     bool wait_readable(std::uint32_t timeout_ms) override {
-      p.trace.push_back("wait " + std::to_string(timeout_ms));
+      p.trace += " w" + std::to_string(timeout_ms);
       const std::optional<std::uint32_t> arrival = p.arrival_in(timeout_ms);
       p.now += arrival.value_or(timeout_ms);
       return arrival.has_value();
@@ -139,12 +132,10 @@ class FakePortLayer : public port::PortLayer {
 
   // How long until the next scripted read arrives, if it does within `within_ms`.
   std::optional<std::uint32_t> arrival_in(std::uint32_t within_ms) const {
-    if (polls.empty()) {
-      return std::nullopt;
-    }
     const std::uint32_t elapsed = now - script_start;  // the tick wraps
-    const std::uint32_t until = polls.front().at > elapsed ? polls.front().at - elapsed : 0;
-    return until <= within_ms ? std::optional(until) : std::nullopt;
+    const std::uint32_t at = polls.empty() ? 0 : polls.front().at;
+    const std::uint32_t until = at > elapsed ? at - elapsed : 0;
+    return !polls.empty() && until <= within_ms ? std::optional(until) : std::nullopt;
   }
 };
 
@@ -155,12 +146,11 @@ std::int32_t receive_script(Transport& transport, FakePortLayer& ports,
                             const std::vector<Poll>& script, std::size_t capacity,
                             std::uint16_t min_count, std::uint32_t timeout_ms,
                             const ProgressFunction& idle) {
-  Bytes expected;
+  Bytes expected, storage(capacity + 8, 0xEE);
   for (const Poll& poll : script) {
     ports.polls.push_back(poll);
     expected.insert(expected.end(), poll.bytes.begin(), poll.bytes.end());
   }
-  Bytes storage(capacity + 8, 0xEE);
   const std::int32_t result =
       transport.receive(std::span(storage).first(capacity), min_count, timeout_ms, idle);
   expected.resize(static_cast<std::size_t>(result));
