@@ -5,26 +5,18 @@
 #include <tuple>
 #include <vector>
 
+#include "tests/support/frame_bytes.hpp"
+
 namespace pelmo {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using test_frames::operator+;
 using Pieces = std::vector<Bytes>;
 
 Bytes frame(Direction direction, std::uint8_t code, std::uint32_t address, const Bytes& payload,
             std::uint16_t length = 0) {
-  Bytes bytes(FRAME_BUFFER_SIZE);
-  std::uint16_t size = 0;
-  EXPECT_EQ(encode_frame(direction, code, address, payload.empty() ? length : payload.size(),
-                         payload.empty() ? nullptr : payload.data(), bytes, &size),
-            RC_OK);
-  bytes.resize(size);
-  return bytes;
-}
-
-Bytes operator+(Bytes left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
+  return test_frames::encoded_frame(direction, code, address, payload, length);
 }
 
 // Payload bytes that hold no start byte, so a dropped frame's rest never starts another candidate.

@@ -5,25 +5,15 @@
 #include "fake_port_layer.hpp"
 #include "pelmo/protocol/frame.hpp"
 #include "pelmo/transport/device_link.hpp"
+#include "tests/support/frame_bytes.hpp"
 
 namespace pelmo::test {
 namespace {
 
 Bytes response(std::uint8_t status, std::uint32_t address, const Bytes& payload) {
-  Bytes bytes(FRAME_BUFFER_SIZE);
-  std::uint16_t size = 0;
-  EXPECT_EQ(
-      encode_frame(Direction::response, status, address, static_cast<std::uint16_t>(payload.size()),
-                   payload.empty() ? nullptr : payload.data(), bytes, &size),
-      RC_OK);
-  bytes.resize(size);
-  return bytes;
+  return test_frames::encoded_frame(Direction::response, status, address, payload);
 }
-
-Bytes operator+(Bytes left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
+using test_frames::operator+;
 
 Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to) {
   return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(from),
