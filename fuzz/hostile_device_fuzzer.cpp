@@ -174,9 +174,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::uint32_t work = input.ConsumeIntegralInRange<std::uint32_t>(0, 4000);
         const ResultCode rc = exchange(driver, request, response, 12, work, nullptr, expect);
         if (adaptive) {
+          // An erase may wait its allowance (with the extra time-out) three times over.
+          const std::uint64_t erase_wait =
+              std::uint64_t{link.erase_timeout_ms} + link.extra_timeout_ms;
           const std::uint64_t budget =
-              std::uint64_t{settings.deadline_ms} + link.extra_timeout_ms +
-              (expect.wait == AnswerWait::erase ? link.erase_timeout_ms : work);
+              std::uint64_t{settings.deadline_ms} +
+              (expect.wait == AnswerWait::erase ? 3 * erase_wait : link.extra_timeout_ms + work);
           FUZZ_CHECK(device.now_ms() - started <= budget);
         }
         return rc;
