@@ -4,6 +4,7 @@
 //
 //   pelmo-engine-bench --profile fast|classic --op read|flash [--image FILE] [--size N]
 //                      [--attempts N] udp:A.B.C.D|serial:PATH ...
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -27,6 +28,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Ctrl+C (or SIGTERM, SIGHUP) cancels every device's work; each link then ends with
+// RC_CANCELLED at its next send or answer and releases its port.
+std::atomic<int> stop_signal{0};
+void note_stop(int signal_number) {
+  stop_signal = signal_number;
+}
+
 struct Options {
   bool fast = true;
   std::string op = "read";
@@ -40,6 +48,7 @@ struct Outcome {
   pelmo::ResultCode code = pelmo::RC_FAILED;
   double seconds = 0;
   std::uint64_t bytes = 0;
+  std::uint32_t done = 0;  // bytes of the last transfer acknowledged (where a cancel left it)
 };
 
 [[noreturn]] void usage(const char* why) {
@@ -133,6 +142,9 @@ Outcome run_one(const Options& options, const pelmo::DeviceAddress& address, pel
     std::fprintf(stderr, "pelmo-engine-bench: %s\n", opened.message.c_str());
     return outcome;
   }
+  link.set_cancel([] { return stop_signal != 0; });
+  link.set_transfer_observer(
+      [&outcome](const pelmo::TransferProgress& step) { outcome.done = step.done; });
   const pelmo::LinkDriver* driver = link.driver();
   if (options.op == "read") {
     std::vector<std::uint8_t> buffer(options.size);
@@ -158,6 +170,7 @@ Outcome run_one(const Options& options, const pelmo::DeviceAddress& address, pel
 
 int main(int argc, char** argv) {
   const Options options = parse(argc, argv);
+  pelmo::port::install_interrupt_handler(note_stop);
   std::vector<std::uint8_t> image;
   if (!options.image_path.empty()) {
     std::ifstream file(options.image_path, std::ios::binary);
@@ -199,9 +212,12 @@ int main(int argc, char** argv) {
   for (std::size_t i = 0; i < outcomes.size(); ++i) {
     const Outcome& o = outcomes[i];
     all_ok = all_ok && o.code == pelmo::RC_OK;
-    std::printf("{\"target\": \"%s\", \"code\": %d, \"seconds\": %.4f, \"bytes\": %llu}\n",
-                options.targets[i].c_str(), o.code, o.seconds,
-                static_cast<unsigned long long>(o.bytes));
+    std::printf(
+        "{\"target\": \"%s\", \"code\": %d, \"message\": \"%.*s\", \"seconds\": %.4f, "
+        "\"bytes\": %llu, \"done\": %u}\n",
+        options.targets[i].c_str(), o.code, static_cast<int>(pelmo::result_text(o.code).size()),
+        pelmo::result_text(o.code).data(), o.seconds, static_cast<unsigned long long>(o.bytes),
+        o.done);
   }
   std::printf("{\"wall\": %.4f, \"cpu\": %.4f, \"ok\": %s}\n", wall, cpu,
               all_ok ? "true" : "false");
