@@ -107,18 +107,11 @@ std::optional<pelmo::DeviceAddress> address_of(std::string_view target) {
   if (!target.starts_with("udp:")) {
     return std::nullopt;
   }
-  pelmo::UdpDevice device;
-  std::string_view rest = target.substr(4);
-  for (std::size_t i = 0; i < 4; ++i) {
-    const std::size_t dot = rest.find('.');
-    const pelmo::ParsedNumber part = pelmo::parse_unsigned(rest.substr(0, dot), 10, 255);
-    if (part.error != pelmo::NumberError::none || (i < 3) == (dot == std::string_view::npos)) {
-      return std::nullopt;
-    }
-    device.address[i] = static_cast<std::uint8_t>(part.value);
-    rest = dot == std::string_view::npos ? std::string_view() : rest.substr(dot + 1);
+  const auto address = pelmo::parse_dotted_address(target.substr(4));
+  if (!address) {
+    return std::nullopt;
   }
-  return device;
+  return pelmo::UdpDevice{*address};
 }
 
 // UDP devices share one hub (one socket on the protocol port); serial ports have links of their

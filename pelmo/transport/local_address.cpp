@@ -2,7 +2,35 @@
 
 #include <algorithm>
 
+#include "pelmo/formats/number_text.hpp"
+
 namespace pelmo {
+
+std::string dotted_address(const Ipv4Address& address) {
+  std::string text;
+  for (const std::uint8_t byte : address) {
+    text += (text.empty() ? "" : ".") + std::to_string(byte);
+  }
+  return text;
+}
+
+std::optional<Ipv4Address> parse_dotted_address(std::string_view text) {
+  Ipv4Address address{};
+  for (std::size_t i = 0; i < address.size(); ++i) {
+    const std::size_t dot = text.find('.');
+    const bool last = i + 1 == address.size();
+    if (last != (dot == std::string_view::npos)) {
+      return std::nullopt;  // three dots, no more and no fewer
+    }
+    const ParsedNumber part = parse_unsigned(text.substr(0, dot), 10, 255);
+    if (part.error != NumberError::none) {
+      return std::nullopt;
+    }
+    address[i] = static_cast<std::uint8_t>(part.value);
+    text = last ? std::string_view() : text.substr(dot + 1);
+  }
+  return address;
+}
 
 int address_match_score(const Ipv4Address& host, const Ipv4Address& device) {
   int score = 0;

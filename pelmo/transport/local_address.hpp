@@ -4,12 +4,20 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 
 #include "pelmo/transport/port_layer.hpp"
 
 namespace pelmo {
 
 using Ipv4Address = std::array<std::uint8_t, 4>;
+
+// "a.b.c.d".
+std::string dotted_address(const Ipv4Address& address);
+
+// Exactly four decimal numbers of 0 to 255 joined by dots, nothing else; none otherwise.
+std::optional<Ipv4Address> parse_dotted_address(std::string_view text);
 
 // How well a host address fits the device's: 0 when the first bytes differ, else 1 plus one for
 // each further leading byte that matches (the fourth byte is not compared), so 1 to 3.

@@ -45,14 +45,6 @@ class DeviceDatagrams final : public ByteSource {
 
 }  // namespace
 
-std::string dotted_address(const Ipv4Address& address) {
-  std::string text;
-  for (const std::uint8_t byte : address) {
-    text += (text.empty() ? "" : ".") + std::to_string(byte);
-  }
-  return text;
-}
-
 port::Ipv4Endpoint udp_local_endpoint(port::PortLayer& ports, const port::Ipv4Endpoint& device) {
   // The tool listens on the device's port number, on the interface facing the device when one
   // shares at least the first two address bytes with it, otherwise on all interfaces.
@@ -99,13 +91,7 @@ OpenResult UdpTransport::open(const port::Ipv4Endpoint& device, ResponseTimes ti
   if (!bound.socket) {
     return bound.result;
   }
-  close();  // a link opened before on this object
-  socket_ = std::move(bound.socket);
-  started_sockets_ = true;
-  destination_ = device;
-  local_address_ = local;
-  times_ = times;
-  return OpenResult::success();
+  return adopt(std::move(bound.socket), true, device, local, times);
 }
 
 OpenResult UdpTransport::open(UdpHub& hub, const port::Ipv4Endpoint& device, ResponseTimes times) {
@@ -113,11 +99,17 @@ OpenResult UdpTransport::open(UdpHub& hub, const port::Ipv4Endpoint& device, Res
   if (!attached.endpoint) {
     return attached.result;
   }
-  close();
-  socket_ = std::move(attached.endpoint);
-  started_sockets_ = false;
+  return adopt(std::move(attached.endpoint), false, device, hub.local_endpoint(), times);
+}
+
+OpenResult UdpTransport::adopt(std::unique_ptr<port::DatagramSocket> socket, bool started_sockets,
+                               const port::Ipv4Endpoint& device, const port::Ipv4Endpoint& local,
+                               ResponseTimes times) {
+  close();  // a link opened before on this object
+  socket_ = std::move(socket);
+  started_sockets_ = started_sockets;
   destination_ = device;
-  local_address_ = hub.local_endpoint();
+  local_address_ = local;
   times_ = times;
   return OpenResult::success();
 }

@@ -14,9 +14,6 @@ namespace pelmo {
 
 class UdpHub;
 
-// "a.b.c.d".
-std::string dotted_address(const Ipv4Address& address);
-
 // The local endpoint a UDP link to `device` binds: the device's port number, on the host address
 // that fits the device best, or on all interfaces.
 port::Ipv4Endpoint udp_local_endpoint(port::PortLayer& ports, const port::Ipv4Endpoint& device);
@@ -73,6 +70,12 @@ class UdpTransport final : public Transport {
   const ResponseTimes& times() const { return times_; }
 
  private:
+  // Takes an opened socket (`started_sockets`: this transport started the socket library for it
+  // and releases it at close) as the link to `device`.
+  OpenResult adopt(std::unique_ptr<port::DatagramSocket> socket, bool started_sockets,
+                   const port::Ipv4Endpoint& device, const port::Ipv4Endpoint& local,
+                   ResponseTimes times);
+
   port::PortLayer& ports_;
   std::unique_ptr<port::DatagramSocket> socket_;
   bool started_sockets_ = false;  // false on a hub's endpoint: the hub holds the library

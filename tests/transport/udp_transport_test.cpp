@@ -23,6 +23,20 @@ TEST(LocalAddress, IsTheInterfaceFacingTheDevice) {
   }
 }
 
+// Four numbers of 0 to 255 and nothing else: a fifth byte, a missing one, 256 or a blank is no
+// address.
+TEST(LocalAddress, DottedTextIsExactlyFourBytes) {
+  for (const std::string_view text : {"192.168.1.300", "1.2.3", "1.2.3.4.5", "1..3.4", " 1.2.3.4",
+                                      "1.2.3.4 ", "1.2.3.-4", "1.2.3.0x4", ""}) {
+    EXPECT_EQ(parse_dotted_address(text), std::nullopt) << text;
+  }
+  for (const std::string_view text : {"0.0.0.0", "255.255.255.255", "192.168.1.15"}) {
+    const auto address = parse_dotted_address(text);
+    ASSERT_TRUE(address) << text;
+    EXPECT_EQ(dotted_address(*address), text);
+  }
+}
+
 // Each failing step says why, keeps the system's error and leaves nothing to send or receive with.
 TEST(UdpOpen, FailedStepSaysWhyAndLeavesNothingToUse) {
   const struct {
