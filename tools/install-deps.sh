@@ -10,6 +10,9 @@ packages=(
   tshark                              # capture dissector test
   g++-mingw-w64-x86-64 googletest     # Windows cross build and its test framework (tools/wine)
   wine wine64                         # Windows programs run under Wine (tools/wine/check.sh)
+  libcli11-dev nlohmann-json3-dev     # the pelmo command line (header-only)
+  pybind11-dev python3-dev python3-pytest  # the Python module and its tests
+  srecord binutils-arm-none-eabi      # real S-record and ELF files for the format tests
 )
 
 if ! command -v dpkg-query >/dev/null 2>&1; then

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "pelmo/commands/records.hpp"
@@ -39,5 +40,28 @@ bool parse_text_value(std::string_view text, std::span<char> output);
 // "# Factory table values:". A null `console` lists nothing. What is written to `file` parses back
 // to the same table.
 void print_factory_table(const FactoryTable& table, std::FILE* console, std::FILE* file);
+
+// The strict reading of the same text, for front ends that must refuse what they cannot write
+// exactly. Every line that is not blank and not a "#" comment must be a known key with a value
+// that fits its field: numbers within the field's range (HW and MODIF 0..65535, DHCP 0 or 1),
+// addresses of exactly four (IPv4 keys) or six (IPv6 keys) numbers of 0..255, a MAC of exactly six
+// groups of two hexadecimal digits, SN and TYPE texts that fit their field, mask and gateway in
+// the address's form. Each field once; all of them present.
+struct FactoryTextCheck {
+  bool ok = false;
+  std::uint32_t line = 0;  // 1-based line of the fault; 0 when the fault is a missing key
+  std::string key;         // the key at fault as written in upper case ("HW"), when there is one
+  std::string reason;      // what is wrong, in lower case ("70000 is above 65535")
+
+  // "line 4 (HW): 70000 is above 65535", "SN: missing".
+  std::string message() const;
+};
+
+// On success `table` holds the table (cleared first); otherwise it is unspecified.
+FactoryTextCheck check_factory_table_text(std::string_view text, FactoryTable& table);
+
+// The text form of `table`: the "# Factory table values:" line and the nine value lines that
+// print_factory_table writes to a file; it parses back (strictly too) to the same table.
+std::string factory_table_text(const FactoryTable& table);
 
 }  // namespace pelmo
