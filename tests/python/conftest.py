@@ -24,12 +24,12 @@ _REQUEST = re.compile(r"^rx (\w+) ", re.M)
 class Simulator(pelmo_e2e.Device):
     """One pelmo-device: on `address` at a free UDP port, or on a pty; its state in `state`."""
 
-    def __init__(self, folder: Path, address: str | None, options: list[str]) -> None:
+    def __init__(self, folder: Path, address: str | None, port: int, options: list[str]) -> None:
         topology = pelmo_e2e.Topology()
         self.state = folder / f"state-{id(self)}"
         self.state.mkdir()
         if address:
-            topology.device_args, topology.ready = ["--udp", f"{address}:0"], "ready"
+            topology.device_args, topology.ready = ["--udp", f"{address}:{port}"], "ready"
         else:
             self.link = folder / f"pty-{id(self)}"
             topology.device_args, topology.ready = ["--pty-link", str(self.link)], "ready"
@@ -75,11 +75,12 @@ def udp_port_lock() -> Iterator[None]:
 
 @pytest.fixture
 def simulator(tmp_path: Path) -> Iterator[Callable[..., Simulator]]:
-    """simulator(*options, address="127.0.0.2") starts a UDP device; address=None a pty device."""
+    """simulator(*options, address="127.0.0.2", port=0) starts a UDP device (port 0: a free one);
+    address=None a pty device."""
     started: list[Simulator] = []
 
-    def start(*options: str, address: str | None = "127.0.0.2") -> Simulator:
-        device = Simulator(tmp_path, address, list(options)).start()
+    def start(*options: str, address: str | None = "127.0.0.2", port: int = 0) -> Simulator:
+        device = Simulator(tmp_path, address, port, list(options)).start()
         started.append(device)
         return device
 
