@@ -37,6 +37,19 @@ def check_tree(root, args):
         sys.exit(f"headers of folders outside the library installed: {leaked}")
 
 
+def check_python_module(prefix, args):
+    """The pelmo package imports from the tree with Debian's python3 and is the one built."""
+    if not args.python_dir:
+        return
+    folder = os.path.join(prefix, args.python_dir)
+    done = subprocess.run([args.python, "-c", "import pelmo; print(pelmo.__version__); print(pelmo._pelmo.__file__)"],
+                          env={**os.environ, "PYTHONPATH": folder}, capture_output=True, text=True)
+    lines = done.stdout.splitlines()
+    if done.returncode != 0 or len(lines) != 2 or lines[0] != args.version or not lines[1].startswith(folder):
+        sys.exit(f"import pelmo from {folder} failed:\n{done.stdout}{done.stderr}")
+    print(f"import pelmo: {lines[0]} from {lines[1]}")
+
+
 def build_consumer(prefix, args, work):
     build = os.path.join(work, "consumer-build")
     # A sanitized library needs its runtime in whatever links it.
@@ -53,6 +66,7 @@ def install(args, work):
     prefix = os.path.join(work, "prefix")
     run([args.cmake, "--install", args.build_dir, "--prefix", prefix])
     check_tree(prefix, args)
+    check_python_module(prefix, args)
     build_consumer(prefix, args, work)
 
 
@@ -67,6 +81,7 @@ def deb(args, work):
         sys.exit(f"control fields: {fields}")
     run(["dpkg-deb", "-x", debs[0], os.path.join(work, "root")])
     check_tree(os.path.join(work, "root", "usr"), args)
+    check_python_module(os.path.join(work, "root", "usr"), args)
     build_consumer(os.path.join(work, "root", "usr"), args, work)
 
 
@@ -78,6 +93,9 @@ def main():
     # The consumer's source folder, the build's tools and sanitizers, the package version.
     for name in ("cmake", "consumer", "generator", "cxx", "sanitize", "cpack", "version"):
         ap.add_argument(f"--{name}", default="")
+    # The Python package's folder under the prefix (none: not built) and the interpreter to import it.
+    ap.add_argument("--python-dir", default="")
+    ap.add_argument("--python", default="/usr/bin/python3")
     args = ap.parse_args()
     with tempfile.TemporaryDirectory(prefix=f"pelmo-{args.mode}-") as work:
         (install if args.mode == "install" else deb)(args, work)
