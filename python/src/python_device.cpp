@@ -84,8 +84,41 @@ SessionOptions session_options(std::uint16_t attempts, std::uint32_t fixed_wait_
 
 }  // namespace
 
+// How often a long operation on the main thread lets Python's signal handlers run.
+constexpr std::chrono::milliseconds SIGNAL_CHECK_INTERVAL{50};
+
+bool is_main_thread() {
+  // Kept for the life of the process: a static object would be released after the interpreter.
+  static const py::handle threading = py::module_::import("threading").release();
+  return threading.attr("current_thread")().is(threading.attr("main_thread")());
+}
+
 PythonDevice::PythonDevice() : session_(port::system_port_layer()) {
-  session_.set_cancel([this] { return cancel_.load(); });
+  session_.set_cancel([this] { return cancel_ || signal_raised(); });
+}
+
+bool PythonDevice::signal_raised() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!watch_signals_ || now - signals_checked_ < SIGNAL_CHECK_INTERVAL) {
+    return false;
+  }
+  signals_checked_ = now;
+  const py::gil_scoped_acquire acquired;
+  if (PyErr_CheckSignals() == 0) {
+    return false;
+  }
+  signal_error_ = py::error_already_set().value();
+  cancel_ = true;
+  return true;
+}
+
+void PythonDevice::raise_pending_signal() {
+  if (!signal_error_) {
+    return;
+  }
+  const py::object error = std::move(signal_error_);
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
+  throw py::error_already_set();
 }
 
 PythonDevice::~PythonDevice() {

@@ -3,6 +3,7 @@
 #include <pybind11/pybind11.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,9 @@
 namespace pelmo::python {
 
 namespace py = pybind11;
+
+// True on the interpreter's main thread, the one that runs signal handlers. Needs the lock.
+bool is_main_thread();
 
 // One device as the module's Session class: its own DeviceSession, driven with the interpreter
 // lock released. Any thread may call; one operation runs at a time, the others wait their turn
@@ -34,14 +38,23 @@ class PythonDevice {
 
   // Runs `operation(session)` without the interpreter lock. A progress callable (or None) is
   // called with (device, step, done, total) under the lock; returning False, or raising, cancels.
+  // On the main thread a signal (Ctrl+C) cancels too, and its exception is raised afterwards.
   template <typename Operation>
   Outcome run(const py::object& progress, Operation&& operation);
 
  private:
   StepObserver observer(PyObject* callback);
+  // Called between exchanges: runs Python's signal handlers now and then when the operation runs
+  // on the main thread; true when one raised (its exception is kept for the caller).
+  bool signal_raised();
+  // Raises the exception a signal handler raised during the last operation, if any.
+  void raise_pending_signal();
 
   std::mutex mutex_;  // one operation at a time; never taken while holding the interpreter lock
   std::atomic<bool> cancel_{false};
+  bool watch_signals_ = false;  // the operation under way runs on the interpreter's main thread
+  std::chrono::steady_clock::time_point signals_checked_{};
+  py::object signal_error_;  // the exception a signal handler raised, kept under the lock
   std::string name_;
   std::shared_ptr<UdpHub> hub_;  // declared before the session: the link closes first
   DeviceSession session_;
@@ -51,12 +64,19 @@ template <typename Operation>
 Outcome PythonDevice::run(const py::object& progress, Operation&& operation) {
   // The caller's argument keeps the callable alive for the whole call.
   PyObject* callback = progress.is_none() ? nullptr : progress.ptr();
-  const py::gil_scoped_release released;
-  const std::lock_guard lock(mutex_);
-  cancel_ = false;
-  session_.set_observer(callback == nullptr ? StepObserver{} : observer(callback));
-  Outcome outcome = operation(session_);
-  session_.set_observer({});
+  const bool main_thread = is_main_thread();
+  Outcome outcome;
+  {
+    const py::gil_scoped_release released;
+    const std::lock_guard lock(mutex_);
+    cancel_ = false;
+    watch_signals_ = main_thread;
+    session_.set_observer(callback == nullptr ? StepObserver{} : observer(callback));
+    outcome = operation(session_);
+    session_.set_observer({});
+    watch_signals_ = false;
+  }
+  raise_pending_signal();
   return outcome;
 }
 

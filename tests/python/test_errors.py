@@ -2,8 +2,11 @@
 
 from __future__ import annotations
 
+import os
+import signal
 import socket
 import threading
+import time
 
 import pytest
 
@@ -138,5 +141,18 @@ def test_cancel_from_another_thread(simulator):
         timer.start()
         with pytest.raises(pelmo.CancelledError):
             device.flash(sample_firmware(64 * 1024))
+        timer.join()
+        assert device.bootloader_info().fw_max_size == 524288
+
+
+def test_ctrl_c_stops_an_operation_on_the_main_thread(simulator):
+    """Without a callback too: the interrupt ends the flash between two exchanges."""
+    with simulator("--delay-ms", "20").connect() as device:
+        timer = threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT))
+        timer.start()
+        started = time.monotonic()
+        with pytest.raises(KeyboardInterrupt):
+            device.flash(sample_firmware(64 * 1024))
+        assert time.monotonic() - started < 1.5
         timer.join()
         assert device.bootloader_info().fw_max_size == 524288
