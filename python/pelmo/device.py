@@ -44,8 +44,9 @@ class Device:
     cancelled operation (a progress callback returned False or raised, or cancel() was called)
     raises CancelledError after the link stopped cleanly between two exchanges; the callback's
     exception is its ``__cause__``, except KeyboardInterrupt and SystemExit, which are re-raised as
-    they are. The device stays open and usable: repeat the operation (a cancelled flash left the
-    area partly written)."""
+    they are. Ctrl+C stops an operation running on the main thread the same way and raises
+    KeyboardInterrupt. The device stays open and usable: repeat the operation (a cancelled flash
+    left the area partly written)."""
 
     def __init__(self, session: _pelmo.Session) -> None:
         self._session = session

@@ -4,6 +4,7 @@ reached the device (its request log and the areas it keeps)."""
 from __future__ import annotations
 
 import struct
+import subprocess
 
 import pytest
 
@@ -136,3 +137,42 @@ def test_factory_text(text, expected):
 def test_factory_values_checked_when_made():
     with pytest.raises(pelmo.FactoryTableError, match="MAC"):
         pelmo.FactoryTable(**{**TABLE.__dict__, "mac": "0A:1B:2C:3D:4E"})
+
+
+def elf_file(data: bytes, address: int) -> bytes:
+    """A 32-bit little-endian executable with one PT_LOAD segment holding `data` at `address`."""
+    header = b"\x7fELF\x01\x01\x01" + bytes(9) + struct.pack(
+        "<HHIIIIIHHHHHH", 2, 40, 1, address, 52, 0, 0, 52, 32, 1, 40, 0, 0)
+    return header + struct.pack("<IIIIIIII", 1, 84, address, address, len(data), len(data), 5, 4) + data
+
+
+def objcopy(data: bytes, folder, output_format: str, suffix: str) -> bytes:
+    raw = folder / "objcopy-input.bin"
+    raw.write_bytes(data)
+    out = folder / f"objcopy-output{suffix}"
+    subprocess.run(["objcopy", "-I", "binary", "-O", output_format, "--change-addresses", hex(FW_ADDRESS),
+                    str(raw), str(out)], check=True, timeout=30)
+    return out.read_bytes()
+
+
+IMAGE_FILES = [
+    # (file name, format, contents from the image, addressed)
+    ("fw.bin", "raw", lambda image, folder: image, False),
+    ("fw.hex", "intel-hex", lambda image, folder: objcopy(image, folder, "ihex", ".hex"), True),
+    ("fw.s37", "s-record", lambda image, folder: objcopy(image, folder, "srec", ".s37"), True),
+    ("fw.elf", "elf", lambda image, folder: elf_file(image, FW_ADDRESS), True),
+]
+
+
+@pytest.mark.parametrize("name, form, contents, addressed", IMAGE_FILES, ids=[row[0] for row in IMAGE_FILES])
+def test_image_files_flash_to_the_area(simulator, tmp_path, name, form, contents, addressed):
+    image = sample_firmware(4096, seed=5)
+    (tmp_path / name).write_bytes(contents(image, tmp_path))
+    loaded = pelmo.load_image(tmp_path / name)
+    assert (loaded.format, loaded.data_bytes) == (form, len(image))
+    assert b"".join(segment.data for segment in loaded.segments) == image
+    assert loaded.segments[0].address == (FW_ADDRESS if addressed else 0)
+    device_process = simulator()
+    with device_process.connect() as device:
+        device.flash(loaded)
+    assert device_process.stored("firmware")[8:] == image[8:]

@@ -66,7 +66,7 @@ def test_connect_failures(connect, error):
     (b":10000000FF\n", "bad.hex", "line 1"),
     (b"", "empty.bin", "empty.bin"),
     (b"\0" * 16, "image.txt", "image.txt"),
-])
+], ids=["hex-checksum", "empty", "unknown-extension"])
 def test_image_errors(tmp_path, content, name, words):
     (tmp_path / name).write_bytes(content)
     with pytest.raises(pelmo.ImageError, match=words):
