@@ -93,6 +93,26 @@ def _canonical_text(text: str) -> str:
         raise FactoryTableError(failure.args[1], failure.args[2]) from None
 
 
+def _canonical_values(canonical: str) -> dict[str, object]:
+    """The fields of a table's canonical text (as factory_table_text prints it)."""
+    values: dict[str, object] = {}
+    for line in canonical.splitlines():
+        key, colon, value = line.partition(":")
+        if line.startswith("#") or not colon:
+            continue
+        value = value.strip()
+        field = _FIELD_OF_KEY[key]
+        if field in ("type", "sn"):
+            values[field] = value[1:-1]  # printed between double quotes
+        elif field in ("hw", "modif"):
+            values[field] = int(value)
+        elif field == "dhcp":
+            values[field] = value == "1"
+        else:
+            values[field] = value
+    return values
+
+
 @dataclass(frozen=True)
 class FactoryTable:
     """The device's identity and network record. Addresses are written as in the text form: four
@@ -111,7 +131,9 @@ class FactoryTable:
     ip_gtw: str
 
     def __post_init__(self) -> None:
-        self.to_text()
+        # Values as the device will hold them: "0a:1b:..." reads back as "0A:1B:...".
+        for field, value in _canonical_values(self.to_text()).items():
+            object.__setattr__(self, field, value)
 
     @property
     def ipv6(self) -> bool:
@@ -122,22 +144,7 @@ class FactoryTable:
     def from_text(cls, text: str) -> "FactoryTable":
         """The table a text of ``KEY: value`` lines describes, checked strictly: every key once,
         each value in its field's range, no unknown line (``#`` comments and blank lines aside)."""
-        values: dict[str, object] = {}
-        for line in _canonical_text(text).splitlines():
-            key, colon, value = line.partition(":")
-            if line.startswith("#") or not colon:
-                continue
-            value = value.strip()
-            field = _FIELD_OF_KEY[key]
-            if field in ("type", "sn"):
-                values[field] = value[1:-1]  # printed between double quotes
-            elif field in ("hw", "modif"):
-                values[field] = int(value)
-            elif field == "dhcp":
-                values[field] = value == "1"
-            else:
-                values[field] = value
-        return cls(**values)  # type: ignore[arg-type]
+        return cls(**_canonical_values(_canonical_text(text)))  # type: ignore[arg-type]
 
     def to_text(self) -> str:
         """The text form the console tool writes; from_text reads it back to an equal table."""

@@ -134,9 +134,18 @@ def test_factory_text(text, expected):
             pelmo.FactoryTable.from_text(text)
 
 
-def test_factory_values_checked_when_made():
-    with pytest.raises(pelmo.FactoryTableError, match="MAC"):
-        pelmo.FactoryTable(**{**TABLE.__dict__, "mac": "0A:1B:2C:3D:4E"})
+@pytest.mark.parametrize("changes, held", [
+    ({"mac": "0a:1b:2c:3d:4e:5f", "dhcp": 1}, {"mac": "0A:1B:2C:3D:4E:5F", "dhcp": True}),
+    ({"mac": "0A:1B:2C:3D:4E"}, "MAC"),
+    ({"sn": "S" * 40}, "SN"),
+    ({"ip_gtw": "1.2.3.4.5.6"}, "GTW"),
+])
+def test_factory_values_checked_when_made(changes, held):
+    if isinstance(held, dict):
+        assert pelmo.FactoryTable(**{**TABLE.__dict__, **changes}) == pelmo.FactoryTable(**{**TABLE.__dict__, **held})
+    else:
+        with pytest.raises(pelmo.FactoryTableError, match=held):
+            pelmo.FactoryTable(**{**TABLE.__dict__, **changes})
 
 
 def elf_file(data: bytes, address: int) -> bytes:
