@@ -24,7 +24,8 @@ FAULTS = [
 ]
 
 
-@pytest.mark.parametrize("options, call, error, code", FAULTS)
+@pytest.mark.parametrize("options, call, error, code", FAULTS,
+                         ids=["calib-status", "erase-status", "silent", "long-answer", "too-big"])
 def test_device_faults(simulator, options, call, error, code):
     device_process = simulator(*options)
     with device_process.connect(attempts=2, timeout_ms=100) as device:
