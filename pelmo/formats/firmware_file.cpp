@@ -133,9 +133,18 @@ FirmwareFileLoad load_firmware_file(const std::string& path) {
   if (file == nullptr) {
     return failure(path + ": " + std::generic_category().message(errno));
   }
+  // A file that tells its length is refused before it is read; one that cannot (a pipe, a device)
+  // is read no further than one byte past the bound.
+  const bool too_long = std::fseek(file, 0, SEEK_END) == 0 &&
+                        std::ftell(file) > static_cast<long>(FIRMWARE_FILE_MAX_BYTES);
+  std::rewind(file);
   errno = 0;
-  // Read no further than one byte past the bound: an endless or huge file is refused early.
-  const std::optional<std::string> content = read_stream_text(file, FIRMWARE_FILE_MAX_BYTES);
+  std::optional<std::string> content;
+  if (too_long) {
+    std::fgetc(file);  // a directory on Linux reports a huge length: its read fails at once
+  } else {
+    content = read_stream_text(file, FIRMWARE_FILE_MAX_BYTES);
+  }
   const int read_error = std::ferror(file) != 0 ? (errno != 0 ? errno : EIO) : 0;
   std::fclose(file);
   if (read_error != 0) {
