@@ -1,6 +1,5 @@
 #include "pelmo/formats/elf_file.hpp"
 
-#include <cstdio>
 #include <string>
 
 namespace pelmo {
@@ -35,12 +34,6 @@ std::uint64_t field(std::span<const std::uint8_t> bytes, std::size_t offset, std
     value = (value << 8) | bytes[offset + index];
   }
   return value;
-}
-
-std::string hex32(std::uint64_t value) {
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
-  return text;
 }
 
 SegmentRead refuse(std::string error) {
@@ -105,7 +98,7 @@ SegmentRead read_elf_segments(std::span<const std::uint8_t> content, std::size_t
       continue;  // zero-initialised memory only
     }
     const auto fail = [&](std::string error) {
-      read.where = "segment " + std::to_string(index) + " at " + hex32(address);
+      read.where = "segment " + std::to_string(index) + " at " + address_text(address);
       read.error = std::move(error);
       read.segments.clear();
       return std::move(read);

@@ -42,22 +42,16 @@ bool ends_with_ignoring_case(std::string_view text, std::string_view lower_suffi
                     });
 }
 
-std::string hex_address(std::uint64_t value) {
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
-  return text;
-}
-
 // "0x08000000..0x0807FFFF (512 KiB)".
 std::string area_text(const FirmwareArea& area) {
   std::string size = area.max_size % 1024 == 0 && area.max_size != 0
                          ? std::to_string(area.max_size / 1024) + " KiB"
                          : std::to_string(area.max_size) + " bytes";
   if (area.max_size == 0) {
-    return hex_address(area.address) + " (" + size + ")";
+    return address_text(area.address) + " (" + size + ")";
   }
-  return hex_address(area.address) + ".." +
-         hex_address(std::uint64_t{area.address} + area.max_size - 1) + " (" + size + ")";
+  return address_text(area.address) + ".." +
+         address_text(std::uint64_t{area.address} + area.max_size - 1) + " (" + size + ")";
 }
 
 FirmwareFileLoad failure(std::string error) {
@@ -195,13 +189,13 @@ PlacedFirmware place_firmware(const FirmwareFile& file, const FirmwareArea& area
               "the image is " + std::to_string(segment.bytes.size()) +
                   " bytes, more than the device's firmware area " + area_text(area) + " holds"};
     }
-    const std::string bytes = "bytes " + hex_address(first) + ".." + hex_address(last);
+    const std::string bytes = "bytes " + address_text(first) + ".." + address_text(last);
     if (first < area.address) {
       return {{}, bytes + " lie below the start of the device's firmware area " + area_text(area)};
     }
     if (last >= area_end) {
       return {{},
-              "the image reaches " + hex_address(last) + " (" + bytes +
+              "the image reaches " + address_text(last) + " (" + bytes +
                   "), past the end of the device's firmware area " + area_text(area)};
     }
     image_end = std::max(image_end, last + 1 - area.address);
@@ -209,6 +203,9 @@ PlacedFirmware place_firmware(const FirmwareFile& file, const FirmwareArea& area
   PlacedFirmware placed;
   placed.image.assign(image_end, ERASED_FLASH);
   for (const ImageSegment& segment : file.segments) {
+    if (segment.bytes.empty()) {
+      continue;
+    }
     std::copy(segment.bytes.begin(), segment.bytes.end(),
               placed.image.begin() +
                   static_cast<std::ptrdiff_t>(origin + segment.address - area.address));

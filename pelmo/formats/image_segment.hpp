@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <span>
 #include <string>
 #include <utility>
@@ -14,6 +15,13 @@ struct ImageSegment {
   std::uint32_t address = 0;
   std::vector<std::uint8_t> bytes;
 };
+
+// A device address in messages: "0x08000000" (more digits only past 32 bits).
+inline std::string address_text(std::uint64_t address) {
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(address));
+  return text;
+}
 
 // What a format's segment reader gives: the segments in the file's order, or a fault located by
 // `where` ("line 12", "segment 2 at 0x08000000"; empty when no one place is at fault) and worded
