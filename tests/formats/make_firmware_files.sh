@@ -94,3 +94,7 @@ srec_cat objcopy.hex -intel -o srec_cat.s37 -motorola -address-length=4 -Output_
 srec_cat objcopy.srec -motorola -o srec_cat.hex -intel -Output_Block_Size 64
 srec_cat objcopy.srec -motorola -offset -0x07FF0000 -o srec_cat-segment.hex -intel \
   -address-length=3
+# Text after the end record is never read.
+for file in objcopy.hex objcopy.srec; do
+  { cat "$file"; echo "not a record"; } >"after-end.${file##*.}"
+done

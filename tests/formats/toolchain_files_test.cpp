@@ -71,7 +71,9 @@ INSTANTIATE_TEST_SUITE_P(
                     ToolchainCase{"srec_cat.s28", srecord, 0x00800000, "arm.bin"},
                     ToolchainCase{"srec_cat.s37", srecord, 0x08000000, "arm.bin"},
                     ToolchainCase{"srec_cat.hex", intel_hex, 0x08000000, "arm.bin"},
-                    ToolchainCase{"srec_cat-segment.hex", intel_hex, 0x00010000, "arm.bin"}),
+                    ToolchainCase{"srec_cat-segment.hex", intel_hex, 0x00010000, "arm.bin"},
+                    ToolchainCase{"after-end.hex", intel_hex, 0x08000000, "arm.bin"},
+                    ToolchainCase{"after-end.srec", srecord, 0x08000000, "arm.bin"}),
     [](const testing::TestParamInfo<ToolchainCase>& info) {
       std::string name;
       for (const char* c = info.param.file; *c != '\0'; ++c) {
