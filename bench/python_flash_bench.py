@@ -2,7 +2,8 @@
 """Flashes 1 MiB over UDP through the pelmo Python module and through the pelmo command line, on
 the same pelmo-device, side by side.
 
-Usage: bench/python_flash_bench.py [--build build] [--runs 9] [--address 127.0.0.40] [--delay-ms 0]
+Usage: bench/python_flash_bench.py [--build build] [--cli build/pelmo] [--runs 9]
+                                   [--address 127.0.0.40] [--delay-ms 0]
 
 The device serves a 1 MiB firmware area on ADDRESS:57998 (the command line reaches devices on
 their own port). Each run flashes the same 1 MiB image (erase, write, verify) once through
@@ -49,11 +50,14 @@ def timed(command, env=None):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=Path, default=ROOT / "build")
+    parser.add_argument("--cli", type=Path, help="the pelmo command line (default: BUILD/pelmo)")
     parser.add_argument("--runs", type=int, default=9)
     parser.add_argument("--address", default="127.0.0.40")
     parser.add_argument("--delay-ms", type=int, default=0, help="the device answers this much late")
     args = parser.parse_args()
-    cli, device = args.build / "pelmo", args.build / "pelmo-device"
+    cli, device = args.cli or args.build / "pelmo", args.build / "pelmo-device"
+    if not cli.exists():
+        sys.exit(f"{cli}: no pelmo command line (build it, or name it with --cli)")
     env = {**os.environ, "PYTHONPATH": str(args.build / "python")}
     sys.path.insert(0, env["PYTHONPATH"])
     import pelmo
