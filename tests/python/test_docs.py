@@ -69,18 +69,16 @@ def test_production_line(examples, firmware_hex, simulator, default_port, tmp_pa
     done = run(examples["production_line.py"], RACK=" ".join(rack), FIRMWARE=str(path),
                RECORDS=str(tmp_path / "records"))
     assert done.returncode == 1, done.stderr
-    assert done.stdout.splitlines()[:2] == ["2 of 3 boards flashed", "  127.0.0.21: DeviceStatusError: " + json.loads(
-        (tmp_path / "records" / "127.0.0.21.json").read_text())["message"]]
-    for address, board in rack.items():
-        record = json.loads((tmp_path / "records" / f"{address}.json").read_text())
-        if address == "127.0.0.21":
-            assert (record["ok"], record["code"]) == (False, 0xF3 - 256)
-        else:
-            assert (record["ok"], record["version"]) == (True, "1.02.003")
-            assert board.stored("firmware")[8:] == image[8:]
+    records = {address: json.loads((tmp_path / "records" / f"{address}.json").read_text()) for address in rack}
+    failed = records.pop("127.0.0.21")
+    assert (failed["ok"], failed["error"], failed["code"]) == (False, "DeviceStatusError", 0xF3 - 256)
+    assert done.stdout.splitlines() == ["2 of 3 boards flashed", f"  127.0.0.21: DeviceStatusError: {failed['message']}"]
+    for address, record in records.items():
+        assert (record["ok"], record["version"]) == (True, "1.02.003")
+        assert rack[address].stored("firmware")[8:] == image[8:]
 
 
 def test_pytest_fixture(examples):
-    done = subprocess.run([sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(examples["test_board.py"])],
-                          cwd=examples["conftest.py"].parent, capture_output=True, text=True, timeout=120)
+    command = [sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(examples["test_board.py"])]
+    done = subprocess.run(command, cwd=examples["conftest.py"].parent, capture_output=True, text=True, timeout=120)
     assert "3 passed" in done.stdout, done.stdout + done.stderr
