@@ -181,6 +181,8 @@ def test_image_files_flash_to_the_area(simulator, tmp_path, name, form, contents
     assert (loaded.format, loaded.data_bytes) == (form, len(image))
     assert b"".join(segment.data for segment in loaded.segments) == image
     assert loaded.segments[0].address == (FW_ADDRESS if addressed else 0)
+    in_memory = pelmo.Image.from_bytes((tmp_path / name).read_bytes(), name.split(".")[1])
+    assert (in_memory.format, in_memory.segments) == (form, loaded.segments)
     device_process = simulator()
     with device_process.connect() as device:
         device.flash(loaded)

@@ -82,7 +82,8 @@ def hub_address() -> str:
 
 
 def test_hub_port_freed_with_the_last_device(simulator):
-    """The shared hub holds port 57998 while a UDP device is open, and frees it when none is."""
+    """The shared hub holds port 57998 while a UDP device is open, and frees it when none is
+    (closed or collected)."""
     device_process = simulator()
     local = (hub_address(), pelmo.DEVICE_UDP_PORT)
     devices = [device_process.connect(), pelmo.connect_udp("127.0.0.3")]
@@ -92,7 +93,7 @@ def test_hub_port_freed_with_the_last_device(simulator):
             probe.bind(local)
         devices.pop().close()
         devices[0].bootloader_info()  # the hub still serves the other device
-        devices.pop().close()
+        devices.clear()  # collected without close(): its release frees the port as well
         probe.bind(local)
     finally:
         probe.close()
