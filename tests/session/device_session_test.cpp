@@ -32,6 +32,7 @@ class SessionOnSimulator : public ::testing::Test {
   }
   void TearDown() override {
     session_.close();
+    hub_.close();
     device_.reset();
     fs::remove_all(folder_);
   }
@@ -43,7 +44,9 @@ class SessionOnSimulator : public ::testing::Test {
     options.insert(options.begin(), {"--udp", dotted_address(address)});
     device_ = std::make_unique<DeviceProcess>(folder_, options);
     ASSERT_TRUE(device_->ready()) << device_->output();
-    const Outcome opened = session_.open(UdpDevice{address}, session_options);
+    // A hub on an address of the tests' own, so that no other test's link shares the port.
+    ASSERT_TRUE(hub_.open({{127, 0, 96, 1}, DEVICE_UDP_PORT}).ok);
+    const Outcome opened = session_.open(UdpDevice{address}, session_options, &hub_);
     ASSERT_TRUE(opened.ok()) << opened.message;
   }
 
@@ -53,6 +56,7 @@ class SessionOnSimulator : public ::testing::Test {
 
   fs::path folder_;
   std::unique_ptr<DeviceProcess> device_;
+  UdpHub hub_{SYSTEM};
   DeviceSession session_{SYSTEM};
 };
 
