@@ -2,9 +2,12 @@
 """The fast engine beside the classic one, against pelmo-device: figures and their targets.
 
 Usage: bench/engine_bench.py [--build build-bench] [--only NAME,...] [--loss-runs 100]
+                             [--via engine|pelmo]
 
 Build first: cmake -S . -B build-bench -DPELMO_BUILD_BENCHMARKS=ON && cmake --build build-bench
-(pelmo-engine-bench and pelmo-device). Run as root, the bench moves into a network namespace of its
+(pelmo-engine-bench, pelmo and pelmo-device). With --via pelmo the fast runs go through the `pelmo`
+command line itself (one process per run, its --json result, its wall and CPU time measured from
+outside); the classic reference stays pelmo-engine-bench's. Run as root, the bench moves into a network namespace of its
 own so that nothing else on the loopback shares the protocol port; UDP devices listen on
 127.0.0.10 and up, the host side binds the host name's 127.x address. Serial devices are the
 simulator's pseudo-terminals paced at 115200 8N1 (11520 bytes/s) in both directions.
@@ -28,6 +31,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 from pathlib import Path
 
 KIB = 1024
@@ -72,6 +76,8 @@ class Devices:
 
 
 def run(build: Path, profile: str, op: str, targets: list[str], *extra: str) -> dict:
+    if profile == "fast" and VIA["program"] == "pelmo":
+        return run_pelmo(build, op, targets, *extra)
     done = subprocess.run([str(build / "pelmo-engine-bench"), "--profile", profile, "--op", op,
                            *extra, *targets], capture_output=True, text=True, timeout=1800)
     lines = [json.loads(line) for line in done.stdout.splitlines() if line.startswith("{")]
@@ -80,6 +86,35 @@ def run(build: Path, profile: str, op: str, targets: list[str], *extra: str) -> 
     total = lines[-1]
     total["targets"] = lines[:-1]
     return total
+
+
+VIA = {"program": "engine"}
+
+
+def run_pelmo(build: Path, op: str, targets: list[str], *extra: str) -> dict:
+    """One `pelmo` run on every target at once, in pelmo-engine-bench's result shape."""
+    options = dict(zip(extra[::2], extra[1::2]))
+    words = [str(build / "pelmo"), "--json", "--no-progress"]
+    for target in targets:
+        kind, _, where = target.partition(":")
+        words += [f"--{kind}", where]
+    with tempfile.TemporaryDirectory(prefix="pelmo-bench-read-") as folder:
+        if op == "read":
+            words += ["read", str(Path(folder) / "out.bin")]
+        else:
+            words += ["flash", options["--image"]]
+        before = os.times()
+        start = time.monotonic()
+        done = subprocess.run(words, capture_output=True, text=True, timeout=1800)
+        wall = time.monotonic() - start
+        after = os.times()
+    try:
+        result = json.loads(done.stdout)
+    except json.JSONDecodeError:
+        sys.exit(f"pelmo gave no JSON result: {done.stderr.strip()}")
+    cpu = (after.children_user - before.children_user) + (after.children_system -
+                                                          before.children_system)
+    return {"wall": wall, "cpu": cpu, "ok": result["ok"], "targets": result["targets"]}
 
 
 def image(work: Path, size: int, seed: int = 1) -> Path:
@@ -202,6 +237,8 @@ def main() -> None:
     ap.add_argument("--build", type=Path, default=ROOT / "build-bench")
     ap.add_argument("--only", default=",".join(SCENARIOS))
     ap.add_argument("--loss-runs", type=int, default=100)
+    ap.add_argument("--via", choices=("engine", "pelmo"), default="engine",
+                    help="drive the fast runs through pelmo-engine-bench or the pelmo program")
     ap.add_argument("--serial-chunk", type=int, default=244, help=argparse.SUPPRESS)
     ap.add_argument("--in-namespace", action="store_true", help=argparse.SUPPRESS)
     args = ap.parse_args()
@@ -215,6 +252,7 @@ def main() -> None:
                                  *sys.argv[1:], "--in-namespace"]).returncode)
     if args.in_namespace:
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    VIA["program"] = args.via
     report = Report()
     with tempfile.TemporaryDirectory(prefix="pelmo-engine-bench-") as folder:
         work = Path(folder)

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Builds everything, starts the bundled device simulator on its own address and runs a real
-# PelmoWin session against it: bootloader information, erase-write-verify of a generated sample
-# image, firmware information, verify of the same image as Intel HEX, read-back and comparison.
+# Builds everything, starts the bundled device simulator on its own address and runs real sessions
+# against it. First `pelmo`: device information, a flash of a generated sample image from Intel HEX,
+# the same flash again with --skip-identical (nothing written), a read-back and a JSON record.
+# Then the classic PelmoWin: bootloader information, erase-write-verify of the raw image, firmware
+# information, verify of the same image as Intel HEX, read-back and comparison.
 #
 #   bash tools/demo.sh [--serial] [BUILD_DIR]      default BUILD_DIR: build
 #
@@ -17,7 +19,7 @@ build=""
 for arg in "$@"; do
   case "$arg" in
     --serial) link_kind=serial ;;
-    -h | --help) sed -n '2,12p' "${BASH_SOURCE[0]}"; exit 0 ;;
+    -h | --help) sed -n '2,14p' "${BASH_SOURCE[0]}"; exit 0 ;;
     *) build="$arg" ;;
   esac
 done
@@ -62,10 +64,12 @@ if [[ "$link_kind" == udp ]]; then
   device_args=(--udp 127.0.0.2)
   ready="listening udp"
   connection="#127.0.0.2"
+  target=(--udp 127.0.0.2)
 else
   device_args=(--pty --pty-link "$work/com3")
   ready="pty "
   connection="@3"
+  target=(--serial COM3)
   export PELMO_COM3="$work/com3"
 fi
 
@@ -82,23 +86,37 @@ cat "$work/device.out"
 
 pelmo() {
   echo
+  echo "== pelmo ${target[*]} $*"
+  (cd "$work" && "$build/pelmo" "${target[@]}" "$@")
+}
+
+pelmo info
+pelmo flash sample.hex
+pelmo flash --skip-identical sample.hex
+pelmo read pelmo-readback.bin
+pelmo --json verify sample.bin
+
+pelmowin() {
+  echo
   echo "== PelmoWin $connection $*"
   (cd "$work" && "$build/PelmoWin" "$connection" "$@")
 }
 
-pelmo -io
-pelmo -ewv sample.bin
-pelmo -i
-pelmo -v sample.hex
-pelmo -r readback.bin
+pelmowin -io
+pelmowin -ewv sample.bin
+pelmowin -i
+pelmowin -v sample.hex
+pelmowin -r readback.bin
 
 echo
 # The device keeps the image's length and CRC in its first 8 bytes; everything after them must match.
-if cmp -s -i 8 "$work/sample.bin" "$work/readback.bin" &&
-  [[ "$(stat -c %s "$work/sample.bin")" == "$(stat -c %s "$work/readback.bin")" ]]; then
-  echo "== Read-back matches the sample image (bytes 8 onwards; bytes 0-7 hold the size and CRC the device stored)"
-else
-  echo "== Read-back differs from the sample image"
-  exit 1
-fi
+for readback in pelmo-readback.bin readback.bin; do
+  if cmp -s -i 8 "$work/sample.bin" "$work/$readback" &&
+    [[ "$(stat -c %s "$work/sample.bin")" == "$(stat -c %s "$work/$readback")" ]]; then
+    echo "== $readback matches the sample image (bytes 8 onwards; bytes 0-7 hold the size and CRC the device stored)"
+  else
+    echo "== $readback differs from the sample image"
+    exit 1
+  fi
+done
 echo "== The device received $(grep -c '^rx ' "$work/device.log") requests"

@@ -54,6 +54,7 @@ class Pacing {
   }
 
   bool adaptive() const { return estimator_ != nullptr; }
+  std::uint32_t elapsed() const { return now() - start_; }
   std::uint32_t now() const { return adaptive() ? driver_.clock_ms() : 0; }
   bool cancelled() const { return driver_.cancelled && driver_.cancelled(); }
 
@@ -148,7 +149,8 @@ ResultCode exchange(const LinkDriver* driver, std::span<const std::uint8_t> requ
   }
   Pacing pacing(*driver, request.size(), min_count, timeout_ms, expect);
   const auto request_length = low16(static_cast<std::int64_t>(request.size()));
-  for (unsigned attempt = 0; pacing.may_send(attempt); ++attempt) {
+  unsigned sends = 0;
+  for (unsigned attempt = 0; pacing.may_send(attempt); ++attempt, ++sends) {
     if (pacing.cancelled()) {
       return RC_CANCELLED;
     }
@@ -186,6 +188,9 @@ ResultCode exchange(const LinkDriver* driver, std::span<const std::uint8_t> requ
       }
     }
     pacing.silent();
+  }
+  if (driver->tally != nullptr) {
+    *driver->tally = {.attempts = sends, .waited_ms = pacing.elapsed()};
   }
   return RC_TIMEOUT;
 }

@@ -26,6 +26,14 @@ using ProgressFunction = std::function<void()>;
 // Called by the chunked transfers after each acknowledged chunk: bytes done and bytes in total.
 using TransferProgressFunction = std::function<void(std::uint32_t done, std::uint32_t total)>;
 
+// How the last exchange that gave up went: the sends it made and the time it waited in all (the
+// adaptive way only; the classic way leaves the time 0). Lets a caller report a silent device
+// with the wait and the attempts it got.
+struct ExchangeTally {
+  unsigned attempts = 0;
+  std::uint32_t waited_ms = 0;
+};
+
 // How the library reaches one device. The caller owns it; every command takes it explicitly, so
 // one process can drive several links.
 struct LinkDriver {
@@ -49,6 +57,8 @@ struct LinkDriver {
   // True once the caller wants the link's work to stop; the exchange then ends with
   // RC_CANCELLED.
   std::function<bool()> cancelled{};
+  // Non-null: filled in when an exchange ends with RC_TIMEOUT.
+  ExchangeTally* tally = nullptr;
 };
 
 // True when `driver` can carry an exchange (it exists and has both transport functions).

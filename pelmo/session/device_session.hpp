@@ -100,10 +100,19 @@ class DeviceSession {
   Outcome restart();
 
  private:
-  class Steps;
+  // Runs one command as `step`: tells the observer, then turns the command's code into an
+  // outcome whose message names the step.
+  Outcome run_step(Step step, std::uint64_t total, const std::function<ResultCode()>& command,
+                   FailureKind mismatch_kind = FailureKind::protocol);
+  // The file placed into the device's area, or the outcome that says why it cannot be.
+  Outcome place(const FirmwareFile& file, std::vector<std::uint8_t>& image);
+  // True when the device holds exactly `image` (its sealed length and, by the device's own
+  // compare, its bytes); an outcome when asking failed.
+  Outcome holds_image(std::span<const std::uint8_t> image, bool& identical);
 
   DeviceLink link_;
   StepObserver observer_;
+  Step step_ = Step::query;
   std::optional<FirmwareArea> area_;
 };
 

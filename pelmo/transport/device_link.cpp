@@ -72,6 +72,7 @@ DeviceLink::DeviceLink(port::PortLayer& ports, ProgressFunction progress) : port
     return transport_ ? transport_->receive(buffer, min_count, timeout_ms, driver_.progress) : 0;
   };
   driver_.progress = std::move(progress);
+  driver_.tally = &tally_;
 }
 
 DeviceLink::~DeviceLink() = default;

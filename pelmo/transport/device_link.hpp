@@ -78,6 +78,9 @@ class DeviceLink {
   // Told after each chunk of a read, write or verify: this device, bytes done and in total.
   void set_transfer_observer(TransferObserver observer);
 
+  // How the last exchange that went unanswered ended: its sends and the time they waited.
+  const ExchangeTally& last_timeout() const { return tally_; }
+
   // device_name() of the device last opened ("" before any open).
   const std::string& name() const { return name_; }
 
@@ -91,6 +94,7 @@ class DeviceLink {
   LinkDriver driver_;  // send and receive reach transport_; progress is the one callback
   std::optional<RoundTripEstimator> estimator_;
   LinkProfile profile_{};
+  ExchangeTally tally_{};
 };
 
 }  // namespace pelmo
