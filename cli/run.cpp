@@ -11,8 +11,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-Outcome link_failure(const std::string& message) {
-  return {.code = RC_FAILED, .kind = FailureKind::link, .message = message};
+TargetReport link_failure(const Target& target, const std::string& message) {
+  TargetReport report;
+  report.target = target.name;
+  report.outcome.code = RC_FAILED;
+  report.outcome.kind = FailureKind::link;
+  report.outcome.message = message;
+  return report;
 }
 
 void run_command(DeviceSession& session, Job& job, OutputFile* output, TargetReport& report) {
@@ -85,7 +90,7 @@ RunReport run_job(Job& job, const std::vector<Target>& targets, const RunSetting
     std::vector<std::jthread> workers;
     for (std::size_t i = 0; i < targets.size(); ++i) {
       if (!hub_failure.empty() && std::holds_alternative<UdpDevice>(targets[i].address)) {
-        run.targets[i] = {.target = targets[i].name, .outcome = link_failure(hub_failure)};
+        run.targets[i] = link_failure(targets[i], hub_failure);
         continue;
       }
       workers.emplace_back([&, i] { run.targets[i] = run_target(job, targets[i], i, &hub, settings); });
