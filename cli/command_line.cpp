@@ -91,19 +91,13 @@ class Parser {
     app_.add_option("--attempts", line_.attempts,
                     "sends per request, the first included (default 0: as many as the "
                     "10-second deadline of each exchange allows)")
+        ->type_name("N")
         ->check(CLI::Range(0, 65535));
     app_.add_option("--timeout-ms", line_.timeout_ms,
                     "a fixed wait per attempt in milliseconds instead of the adaptive one")
+        ->type_name("MS")
         ->check(CLI::Range(1, 600000));
 
-    for (const Group& group : GROUPS) {
-      CLI::App* sub = app_.add_subcommand(std::string(group.name), std::string(group.help));
-      sub->require_subcommand(1);
-      sub->fallthrough();
-      if (group.name == "calib") {
-        sub->add_flag("--backup", line_.backup, "the backup calibration table");
-      }
-    }
     for (const Leaf& leaf : LEAVES) {
       add_leaf(leaf);
     }
@@ -120,7 +114,7 @@ class Parser {
       parsed.exit_status = app_.exit(error, out, err) == 0 ? 0 : 2;
       parsed.help = out.str();
       if (parsed.exit_status != 0) {
-        parsed.error = error.what();
+        parsed.error = reason(error);
       }
       return parsed;
     }
@@ -147,12 +141,44 @@ class Parser {
             help)
         ->type_name(value_name)
         ->delimiter(',')
-        ->expected(1)
+        ->allow_extra_args(false)  // one value (a comma list) per --udp, so a command follows
         ->trigger_on_parse();
   }
 
+  // A missing command is worded for people, naming the word that was not one.
+  std::string reason(const CLI::ParseError& error) const {
+    const bool no_command = app_.get_subcommands().empty() && !app_.get_help_ptr()->count();
+    if (!no_command || dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) {
+      return error.what();
+    }
+    const std::vector<std::string> rest = app_.remaining();
+    const std::string commands =
+        "info, flash, write, verify, erase, read, factory, calib, control, restart, ports";
+    return rest.empty() ? "a command is required: " + commands
+                        : "unknown command " + rest.front() + " (commands: " + commands + ")";
+  }
+
+  // A group's subcommand (factory, calib, control), made when its first leaf is added.
+  CLI::App* group_of(std::string_view name) {
+    const std::string key(name);
+    for (CLI::App* existing : app_.get_subcommands({})) {
+      if (existing->get_name() == key) {
+        return existing;
+      }
+    }
+    const auto* group = std::find_if(std::begin(GROUPS), std::end(GROUPS),
+                                     [&](const Group& candidate) { return candidate.name == name; });
+    CLI::App* sub = app_.add_subcommand(key, std::string(group->help));
+    sub->require_subcommand(1);
+    sub->fallthrough();
+    if (name == "calib") {
+      sub->add_flag("--backup", line_.backup, "the backup calibration table");
+    }
+    return sub;
+  }
+
   void add_leaf(const Leaf& leaf) {
-    CLI::App* parent = leaf.group.empty() ? &app_ : app_.get_subcommand(std::string(leaf.group));
+    CLI::App* parent = leaf.group.empty() ? &app_ : group_of(leaf.group);
     CLI::App* sub = parent->add_subcommand(std::string(leaf.name), std::string(leaf.help));
     sub->fallthrough();  // the options of the program (and of calib) may follow the command
     leaves_.emplace_back(leaf.command, sub);

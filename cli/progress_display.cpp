@@ -68,8 +68,9 @@ void ProgressDisplay::update(std::size_t target, const StepProgress& progress) {
   }
   TargetState& state = states_[target];
   const std::string_view step = step_name(progress.step);
-  const bool new_step = state.step != step || progress.done < state.done;
-  if (new_step) {
+  // A step of the same name that starts again (a second query) restarts the clock, not the line.
+  const bool new_step = state.step != step;
+  if (new_step || progress.done < state.done) {
     state.step = step;
     state.step_start_ms = now;
   }

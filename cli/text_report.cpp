@@ -93,7 +93,7 @@ std::string text_report(const RunReport& run) {
   append(text, "%-*s  %-13s %8s %9s  %s\n", target_width, "TARGET", "RESULT", "SECONDS", "BYTES",
          "MESSAGE");
   for (const TargetReport& report : run.targets) {
-    append(text, "%-*s  %-13s %8.2f %9llu  ", target_width, report.target.c_str(),
+    append(text, "%-*s  %-13s %8.3f %9llu  ", target_width, report.target.c_str(),
            report.result().c_str(), report.seconds,
            static_cast<unsigned long long>(report.outcome.bytes));
     text += report.outcome.message + "\n";
