@@ -92,11 +92,11 @@ class Parser {
                     "sends per request, the first included (default 0: as many as the "
                     "10-second deadline of each exchange allows)")
         ->type_name("N")
-        ->check(CLI::Range(0, 65535));
+        ->check(CLI::Range(0, 65535).description(""));
     app_.add_option("--timeout-ms", line_.timeout_ms,
                     "a fixed wait per attempt in milliseconds instead of the adaptive one")
         ->type_name("MS")
-        ->check(CLI::Range(1, 600000));
+        ->check(CLI::Range(1, 600000).description(""));
 
     for (const Leaf& leaf : LEAVES) {
       add_leaf(leaf);
