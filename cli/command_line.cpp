@@ -76,7 +76,8 @@ std::string_view file_help(FileUse use) {
 
 class Parser {
  public:
-  Parser() : app_("pelmo: flash and service devices through their bootloader, many at once", "pelmo") {
+  Parser()
+      : app_("pelmo: flash and service devices through their bootloader, many at once", "pelmo") {
     app_.set_version_flag("--version", "pelmo " + std::string(VERSION));
     app_.footer(std::string(FOOTER));
     app_.require_subcommand(1);
@@ -166,8 +167,9 @@ class Parser {
         return existing;
       }
     }
-    const auto* group = std::find_if(std::begin(GROUPS), std::end(GROUPS),
-                                     [&](const Group& candidate) { return candidate.name == name; });
+    const auto* group =
+        std::find_if(std::begin(GROUPS), std::end(GROUPS),
+                     [&](const Group& candidate) { return candidate.name == name; });
     CLI::App* sub = app_.add_subcommand(key, std::string(group->help));
     sub->require_subcommand(1);
     sub->fallthrough();

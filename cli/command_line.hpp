@@ -26,9 +26,9 @@ struct CommandLine {
   bool no_progress = false;
   bool no_verify = false;
   bool skip_identical = false;
-  bool backup = false;          // calib: the backup table
-  std::uint16_t attempts = 0;   // 0: as many as the deadline allows
-  std::uint32_t timeout_ms = 0; // 0: the adaptive wait
+  bool backup = false;           // calib: the backup table
+  std::uint16_t attempts = 0;    // 0: as many as the deadline allows
+  std::uint32_t timeout_ms = 0;  // 0: the adaptive wait
 };
 
 // What parsing gave: a command line to run, or text to print and the exit status to end with

@@ -24,8 +24,8 @@ void read_firmware(DeviceSession& session, const Job& job, OutputFile& output,
     return;
   }
   const std::string text = intel_hex_text(area.address, firmware);
-  store_output(output,
-               std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), report);
+  store_output(output, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
+               report);
 }
 
 }  // namespace

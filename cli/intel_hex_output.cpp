@@ -45,8 +45,7 @@ std::string intel_hex_text(std::uint32_t address, std::span<const std::uint8_t> 
     }
     const std::size_t to_boundary = 0x10000 - static_cast<std::size_t>(at & 0xFFFF);
     const std::size_t count = std::min({RECORD_BYTES, bytes.size() - index, to_boundary});
-    append_record(text, 0x00, static_cast<std::uint16_t>(at & 0xFFFF),
-                  bytes.subspan(index, count));
+    append_record(text, 0x00, static_cast<std::uint16_t>(at & 0xFFFF), bytes.subspan(index, count));
     index += count;
     at += count;
   }

@@ -59,8 +59,8 @@ std::optional<ProgressDisplay> make_progress(const CommandLine& line,
   if (line.no_progress) {
     return std::nullopt;
   }
-  const bool bars = port::stream_is_terminal(STDERR_NUMBER) &&
-                    port::enable_terminal_sequences(STDERR_NUMBER);
+  const bool bars =
+      port::stream_is_terminal(STDERR_NUMBER) && port::enable_terminal_sequences(STDERR_NUMBER);
   std::vector<std::string> names;
   for (const Target& target : targets) {
     names.push_back(target.name);
@@ -97,7 +97,8 @@ int run_on_targets(const CommandLine& line) {
     if (progress) {
       timer = std::jthread([&progress](std::stop_token stop) {
         while (!stop.stop_requested()) {
-          std::this_thread::sleep_for(std::chrono::milliseconds(ProgressDisplay::REDRAW_INTERVAL_MS));
+          std::this_thread::sleep_for(
+              std::chrono::milliseconds(ProgressDisplay::REDRAW_INTERVAL_MS));
           progress->tick();
         }
       });
@@ -142,7 +143,8 @@ int run_program(const std::vector<std::string>& arguments) {
   const CommandLine& line = *parsed.line;
   if (line.command == Command::ports) {
     if (!line.targets.empty()) {
-      return refuse(line.json, "ports", "ports lists this host's serial ports and takes no targets");
+      return refuse(line.json, "ports",
+                    "ports lists this host's serial ports and takes no targets");
     }
     return list_ports(line);
   }

@@ -146,12 +146,12 @@ std::string ProgressDisplay::bar_line(const std::string& name, const TargetState
   const std::size_t filled = static_cast<std::size_t>(done * BAR_WIDTH / state.total);
   line += "[" + std::string(filled, '#') + std::string(BAR_WIDTH - filled, '.') + "] ";
   char percent[16];
-  std::snprintf(percent, sizeof percent, "%3u%%",
-                static_cast<unsigned>(done * 100 / state.total));
+  std::snprintf(percent, sizeof percent, "%3u%%", static_cast<unsigned>(done * 100 / state.total));
   line += percent;
   if (elapsed_ms >= RATE_AFTER_MS && done > 0) {
     const double rate = static_cast<double>(done) * 1000.0 / static_cast<double>(elapsed_ms);
-    const auto eta = static_cast<std::uint64_t>(static_cast<double>(state.total - done) / rate + 0.5);
+    const auto eta =
+        static_cast<std::uint64_t>(static_cast<double>(state.total - done) / rate + 0.5);
     line += "  " + rate_text(rate) + "  ETA " + duration_text(eta);
   } else {
     line += "  --  ETA --:--";

@@ -93,7 +93,8 @@ RunReport run_job(Job& job, const std::vector<Target>& targets, const RunSetting
         run.targets[i] = link_failure(targets[i], hub_failure);
         continue;
       }
-      workers.emplace_back([&, i] { run.targets[i] = run_target(job, targets[i], i, &hub, settings); });
+      workers.emplace_back(
+          [&, i] { run.targets[i] = run_target(job, targets[i], i, &hub, settings); });
     }
   }
   hub.close();

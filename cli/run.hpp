@@ -12,7 +12,7 @@ namespace pelmo::cli {
 
 struct RunSettings {
   SessionOptions session;
-  ProgressDisplay* progress = nullptr;  // null: no progress
+  ProgressDisplay* progress = nullptr;     // null: no progress
   const std::atomic<int>* stop = nullptr;  // non-zero cancels every target's work
 };
 

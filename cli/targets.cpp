@@ -14,8 +14,8 @@ ResolvedTargets resolve_targets(const std::vector<TargetText>& texts) {
       if (const auto device = parse_udp_target(text.text)) {
         address = *device;
       } else {
-        resolved.error = "--udp " + text.text +
-                         ": an address is exactly four numbers of 0..255 joined by dots";
+        resolved.error =
+            "--udp " + text.text + ": an address is exactly four numbers of 0..255 joined by dots";
       }
     } else if (const auto port = parse_serial_target(text.text)) {
       address = *port;
