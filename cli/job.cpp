@@ -1,5 +1,6 @@
 #include "cli/job.hpp"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -67,8 +68,15 @@ std::string load_input(const CommandLine& line, Job& job) {
   return {};
 }
 
-// The format a firmware read is written in, from the name's extension.
+// The format a firmware read is written in, from the name's extension; a device or a pipe
+// (/dev/stdout) takes the raw bytes.
 std::optional<OutputFormat> firmware_output_format(const std::string& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+      !std::filesystem::is_directory(status)) {
+    return OutputFormat::raw;
+  }
   const auto format = firmware_format_of(path);
   if (format == FirmwareFormat::raw) {
     return OutputFormat::raw;

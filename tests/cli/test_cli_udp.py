@@ -129,6 +129,7 @@ class CliUdpSuite(UdpCliCase):
         header, row = run.out.splitlines()[-2:]
         self.assertEqual(["TARGET", "RESULT", "SECONDS", "BYTES", "MESSAGE"], header.split())
         self.assertEqual([f"udp:{address}", "ok"], row.split()[:2])
+        self.assertEqual({"BOOTLOADER_INFO", "FW_INFO"}, names(device.new_requests()))
         for args in (["--help"], ["factory", "read", "--help"], ["calib", "--help"], ["flash", "--help"]):
             with self.subTest(args=args):
                 run = self.pelmo(*args)
@@ -145,9 +146,10 @@ class CliUdpSuite(UdpCliCase):
         good_hex = hex_text(firmware_image(64), FW_ADDRESS).splitlines()
         self.write("bad.hex", "\n".join(good_hex[:2] + [good_hex[2][:-2] + "00"] + good_hex[3:]) + "\n")
         self.write("bad.srec", "S0030000FC\nS1130000FFFF\n")
-        self.write("hw.txt", factory_text(FACTORY).replace("Hw: 7", "HW: 70000"))
-        self.write("mac.txt", factory_text(FACTORY).replace("mac: 0a:1b:2c:3d:4e:5f", "MAC: 0a:1b:2c:3d:4e:5f:60"))
-        self.write("ip.txt", factory_text(FACTORY).replace("192.168.1.15", "1.2.3.999"))
+        for name, good, bad in (("hw.txt", "Hw: 7", "HW: 70000"), ("ip.txt", "192.168.1.15", "1.2.3.999"),
+                                ("mac.txt", "MAC: 0a:1b:2c:3d:4e:5f", "MAC: 0a:1b:2c:3d:4e:5f:60")):
+            self.assertIn(good, factory_text(FACTORY))
+            self.write(name, factory_text(FACTORY).replace(good, bad))
         self.write("huge.bin", bytes(1024 * 1024 + 1))
         # (arguments, what standard error names)
         cases = [
