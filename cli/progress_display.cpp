@@ -11,10 +11,22 @@ constexpr std::size_t STEP_WIDTH = 7;
 // Before this much of a step has passed, a rate would mostly measure the first round trip.
 constexpr std::uint64_t RATE_AFTER_MS = 200;
 
+// What follows a name on a bar line at most: "  write   [bar] 100%  1023.9 KiB/s  ETA 99:59".
+constexpr std::size_t BAR_LINE_TAIL = 2 + STEP_WIDTH + 1 + BAR_WIDTH + 3 + 4 + 2 + 12 + 6 + 5;
+constexpr std::size_t SHORTEST_NAME = 12;
+
 std::string padded(std::string_view text, std::size_t width) {
   std::string result(text);
   result.resize(std::max(width, text.size()), ' ');
   return result;
+}
+
+// A name cut to `width` keeps its end, where names differ ("...by-id/usb-FTDI_A10K-if00").
+std::string fitted(std::string_view name, std::size_t width) {
+  if (name.size() <= width) {
+    return padded(name, width);
+  }
+  return "..." + std::string(name.substr(name.size() - (width - 3)));
 }
 
 }  // namespace
@@ -58,6 +70,9 @@ ProgressDisplay::ProgressDisplay(ProgressStyle style, std::vector<std::string> n
   for (const std::string& name : names_) {
     name_width_ = std::max(name_width_, name.size());
   }
+  // Long names give way to the bar on a narrow terminal.
+  const std::size_t room = columns_ - 1 > BAR_LINE_TAIL ? columns_ - 1 - BAR_LINE_TAIL : 0;
+  name_width_ = std::min(name_width_, std::max(room, SHORTEST_NAME));
 }
 
 void ProgressDisplay::update(std::size_t target, const StepProgress& progress) {
@@ -130,12 +145,15 @@ void ProgressDisplay::close() {
 
 std::string ProgressDisplay::bar_line(const std::string& name, const TargetState& state,
                                       std::uint64_t now_ms) const {
-  std::string line = padded(name, name_width_) + "  ";
+  std::string line = fitted(name, name_width_) + "  ";
   if (state.finished) {
     line += state.ok ? "done" : "failed";
     return line;
   }
-  line += padded(state.step.empty() ? "waiting" : state.step, STEP_WIDTH) + " ";
+  if (state.step.empty()) {
+    return line + "waiting";
+  }
+  line += padded(state.step, STEP_WIDTH) + " ";
   const std::uint64_t elapsed_ms = now_ms - state.step_start_ms;
   if (state.total == 0) {
     char seconds[32];

@@ -63,12 +63,18 @@ TEST(ProgressDisplay, BarShowsPercentRateAndEta) {
   EXPECT_EQ(3u, h.writes.size()) << "nothing is written after close";
 }
 
-TEST(ProgressDisplay, BarsNeverWrapPastTheTerminal) {
+TEST(ProgressDisplay, LongNamesGiveWayToTheBarAndNothingWraps) {
   const std::string name = "serial:/dev/serial/by-id/usb-FTDI_FT232R_USB_UART_A10KZP1X-if00";
-  Harness h(ProgressStyle::bars, {name}, 40);
-  h.display.update(0, at(Step::read, 5, 10));
-  ASSERT_EQ(1u, h.writes.size());
-  EXPECT_EQ("\r" + name.substr(0, 39) + "\x1b[K\n", h.writes[0]);
+  Harness wide(ProgressStyle::bars, {name, "udp:10.0.0.1"}, 100);
+  wide.display.update(0, at(Step::read, 5, 10));
+  ASSERT_EQ(1u, wide.writes.size());
+  EXPECT_EQ(
+      "\r...USB_UART_A10KZP1X-if00  read    [############............]  50%  --  ETA --:--\x1b[K\n"
+      "\rudp:10.0.0.1                waiting\x1b[K\n",
+      wide.writes[0]);
+  Harness narrow(ProgressStyle::bars, {name}, 40);
+  narrow.display.update(0, at(Step::read, 5, 10));
+  EXPECT_EQ("\r...B_UART_A10KZP1X-if00  read    [######\x1b[K\n", narrow.writes[0]);
 }
 
 TEST(ProgressDisplay, PipedProgressIsOnePlainLinePerStep) {

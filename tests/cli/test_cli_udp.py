@@ -225,7 +225,7 @@ class CliUdpSuite(UdpCliCase):
         if cli_e2e.under_wine() or not os.path.exists("/dev/full"):
             return
         device.stop()
-        device, _ = self.udp_device(0, *BOOT)
+        device, _ = self.udp_device(0, *BOOT, "--load-firmware", str(stored))
         run = self.pelmo("--json", "--udp", address, "read", "/dev/full")
         self.assertExit(run, 1)
         (target,) = self.assertTargets(run, "read", [(f"udp:{address}", False)])
