@@ -69,12 +69,13 @@ TEST(ProgressDisplay, LongNamesGiveWayToTheBarAndNothingWraps) {
   wide.display.update(0, at(Step::read, 5, 10));
   ASSERT_EQ(1u, wide.writes.size());
   EXPECT_EQ(
-      "\r...USB_UART_A10KZP1X-if00  read    [############............]  50%  --  ETA --:--\x1b[K\n"
-      "\rudp:10.0.0.1                waiting\x1b[K\n",
+      "\r..._FT232R_USB_UART_A10KZP1X-if00  read    [############............]  50%  --  ETA "
+      "--:--\x1b[K\n"
+      "\rudp:10.0.0.1                       waiting\x1b[K\n",
       wide.writes[0]);
   Harness narrow(ProgressStyle::bars, {name}, 40);
   narrow.display.update(0, at(Step::read, 5, 10));
-  EXPECT_EQ("\r...B_UART_A10KZP1X-if00  read    [######\x1b[K\n", narrow.writes[0]);
+  EXPECT_EQ("\r...ZP1X-if00  read    [############....\x1b[K\n", narrow.writes[0]);
 }
 
 TEST(ProgressDisplay, PipedProgressIsOnePlainLinePerStep) {

@@ -4,12 +4,15 @@ device paths, the port list, progress bars on a terminal and plain lines in a pi
 
 from __future__ import annotations
 
+import fcntl
 import os
 import pty
 import re
 import select
 import signal
+import struct
 import subprocess
+import termios
 import time
 import unittest
 
@@ -61,6 +64,7 @@ class CliSerialSuite(UdpCliCase):
             done = subprocess.run(argv, cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60)
             return done, done.stderr, time.monotonic() - started
         main, side = pty.openpty()
+        fcntl.ioctl(side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 160, 0, 0))
         started = time.monotonic()
         process = subprocess.Popen(argv, cwd=self.folder, stdout=subprocess.PIPE, stderr=side,
                                    stdin=subprocess.DEVNULL)
@@ -75,8 +79,7 @@ class CliSerialSuite(UdpCliCase):
             if not chunk:
                 break
             written += chunk
-        out = process.stdout.read()
-        process.wait(timeout=10)
+        out, _ = process.communicate(timeout=10)
         os.close(main)
         return subprocess.CompletedProcess(argv, process.returncode, out), written, time.monotonic() - started
 
