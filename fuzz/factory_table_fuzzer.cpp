@@ -1,9 +1,11 @@
-// The factory table text parser on arbitrary text. A table that parses is printed in its file
-// form, and that file must parse back to the same values.
+// The factory table text readers on arbitrary text. A table that parses is printed in its file
+// form, and that file must parse back to the same values. Text the strict check accepts reads the
+// same under the lenient parser, and its table's text passes the check again with the same table.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "fuzz/fuzz_check.hpp"
@@ -34,6 +36,28 @@ bool quotes_cleanly(const char (&text)[32]) {
   return std::strpbrk(text, "\"\n") == nullptr;
 }
 
+bool same(const pelmo::FactoryTable& a, const pelmo::FactoryTable& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+void check_strictly(std::string_view text, pelmo::ResultCode lenient_result,
+                    const pelmo::FactoryTable& lenient_table) {
+  pelmo::FactoryTable table{};
+  const pelmo::FactoryTextCheck check = pelmo::check_factory_table_text(text, table);
+  FUZZ_CHECK(check.ok == check.message().empty());
+  if (!check.ok) {
+    // A fault names its line, or it is a key that never came.
+    FUZZ_CHECK((check.line != 0) != (check.reason == "missing"));
+    return;
+  }
+  FUZZ_CHECK(lenient_result == pelmo::RC_OK && same(table, lenient_table));
+  const std::string written = pelmo::factory_table_text(table);
+  pelmo::FactoryTable again{};
+  FUZZ_CHECK(pelmo::check_factory_table_text(written, again).ok);
+  FUZZ_CHECK(same(again, table));
+  FUZZ_CHECK(pelmo::factory_table_text(again) == written);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -43,6 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FUZZ_CHECK(result == pelmo::RC_OK || result == pelmo::RC_INCOMPLETE ||
              result == pelmo::RC_MISMATCH);
   FUZZ_CHECK(table.type[31] == 0 && table.sn[31] == 0);
+  check_strictly(text, result, table);
   if (result != pelmo::RC_OK || !quotes_cleanly(table.type) || !quotes_cleanly(table.sn)) {
     return 0;
   }

@@ -53,7 +53,7 @@ struct FactoryTextCheck {
   std::string key;         // the key at fault as written in upper case ("HW"), when there is one
   std::string reason;      // what is wrong, in lower case ("70000 is above 65535")
 
-  // "line 4 (HW): 70000 is above 65535", "SN: missing".
+  // "line 4 (HW): 70000 is above 65535", "SN: missing"; empty when `ok`.
   std::string message() const;
 };
 

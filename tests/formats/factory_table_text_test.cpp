@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -117,6 +118,132 @@ TEST(ParseFactoryTable, StreamIsBounded) {
     EXPECT_EQ(code, fits ? RC_OK : RC_INCOMPLETE) << size;
     EXPECT_EQ(to_wire(table), to_wire(fits ? FULL : FactoryTable{})) << size;
   }
+}
+
+// BASE + MAC + IPV4 with its 1-based line `number` replaced by `line`, or taken out when that is
+// empty.
+std::string with_line(std::size_t number, const std::string& line) {
+  std::istringstream lines(BASE + MAC + IPV4);
+  std::string text;
+  std::size_t index = 0;
+  for (std::string current; std::getline(lines, current);) {
+    const std::string& kept = ++index == number ? line : current;
+    text += kept.empty() ? "" : kept + "\n";
+  }
+  return text;
+}
+
+// Lines: 1 SN, 2 TYPE, 3 MODIF, 4 HW, 5 DHCP, 6 MAC, 7 IPV4_ADDR, 8 IPV4_MASK, 9 IPV4_GTW.
+TEST(CheckFactoryTableText, RefusesWithLineKeyAndReason) {
+  const std::string valid = BASE + MAC + IPV4;
+  const std::string long_text = "\"" + std::string(32, 'q') + "\"";
+  for (const auto& [text, message] : std::vector<std::pair<std::string, std::string>>{
+           {with_line(4, "HW: 70000"), "line 4 (HW): 70000 is above 65535"},
+           {with_line(3, "modif: 99999999999999999999999"),
+            "line 3 (MODIF): 99999999999999999999999 is above 65535"},
+           {with_line(3, "MODIF: -1"), "line 3 (MODIF): -1 is not a number"},
+           {with_line(5, "DHCP: 2"), "line 5 (DHCP): 2 is above 1"},
+           {with_line(4, "HW:   # none"), "line 4 (HW): no value"},
+           {with_line(7, "IPV4_ADDR: 1.2.3.999"), "line 7 (IPV4_ADDR): 999 is above 255"},
+           {with_line(7, "IP_ADDR: 1.2.3"),
+            "line 7 (IP_ADDR): 1.2.3 is not 4 numbers joined by '.'"},
+           {with_line(9, "IPV4_GTW: 1..2.3"),
+            "line 9 (IPV4_GTW): 1..2.3 is not 4 numbers joined by '.'"},
+           {with_line(7, "IPV4_ADDR: 1. 2.3.4"),
+            "line 7 (IPV4_ADDR): 1. is not 4 numbers joined by '.'"},
+           {with_line(6, "MAC: 01:02:03:04:05:06:07"),
+            "line 6 (MAC): 01:02:03:04:05:06:07 is not 6 groups joined by ':'"},
+           {with_line(6, "MAC: 01:02:03:04:05:6"),
+            "line 6 (MAC): group \"6\" is not two hexadecimal digits"},
+           {with_line(6, "MAC: 01:02:03:04:05:0g"),
+            "line 6 (MAC): group \"0g\" is not two hexadecimal digits"},
+           {with_line(4, "HW: 7 x  "), "line 4 (HW): unexpected \"x\" after the value"},
+           {with_line(1, "SN: \"a\"b"), "line 1 (SN): unexpected \"b\" after the value"},
+           {with_line(1, "SN: \"abc"), "line 1 (SN): no closing quote"},
+           {with_line(1, "SN: ab\"c"), "line 1 (SN): a quote on the line of an unquoted text"},
+           {with_line(2, "TYPE: abc # \"x\""),
+            "line 2 (TYPE): a quote on the line of an unquoted text"},
+           {with_line(2, "TYPE: " + long_text), "line 2 (TYPE): longer than 31 characters"},
+           {with_line(1, "SN: \"a\x01 b\""), "line 1 (SN): a control character in the text"},
+           {with_line(4, " HW: 7"), "line 4: blanks before the key"},
+           {with_line(4, "HW 7"), "line 4 (HW): no colon after the key"},
+           {valid + "Serial: 5\n", "line 10 (SERIAL): unknown key"},
+           {valid + "ip_addr: 1.2.3.4\n", "line 10 (IP_ADDR): already given on line 7"},
+           {valid + "#" + std::string(255, 'x') + "\n", "line 10: longer than 255 characters"},
+           {with_line(1, "# no serial number"), "SN: missing"},
+           {with_line(9, ""), "IPV4_GTW: missing"},
+           {with_line(7, "IPV6_ADDR: 1.2.3.4.5.6"),
+            "line 8 (IPV4_MASK): an IPv4 mask for an IPv6 address"},
+           {"IPV4_GTW: 1.2.3.4\n" + with_line(9, ""),
+            "line 1 (IPV4_GTW): the gateway comes before the address"},
+           {BASE + MAC + IPV6 + "\n" + "IPV6_GTW: 1.2.3.4\n",
+            "line 11 (IPV6_GTW): already given on line 9"},
+           {BASE + MAC + "IPV6_ADDR: 10.0.0.1.2.3\n", "IPV6_MASK: missing"}}) {
+    FactoryTable table{};
+    const FactoryTextCheck check = check_factory_table_text(text, table);
+    EXPECT_FALSE(check.ok) << text;
+    EXPECT_EQ(check.message(), message) << text;
+  }
+}
+
+// What the strict reading takes, it takes as the lenient one does.
+TEST(CheckFactoryTableText, AcceptsTheWrittenVariants) {
+  for (const std::string& text : std::vector<std::string>{
+           BASE + MAC + IPV4,
+           "# made by hand\r\n\r\n  \t\r\nsn: \"SN 0001\"  # quoted\r\nType: Pelmo-x\r\nMODIF: "
+           "003\r\n"
+           "hw:7#seven\r\n  # indented comment\r\ndhcp: 0\r\nmac: 0A:1b:2C:3d:4E:5f\r\n"
+           "ip_addr: 192.168.1.10\r\nIP_MASK: 255.255.255.0\r\nipv4_gtw: 192.168.1.1",
+           IPV4 + MAC + BASE}) {
+    FactoryTable table{};
+    const FactoryTextCheck check = check_factory_table_text(text, table);
+    EXPECT_TRUE(check.ok) << check.message();
+    EXPECT_EQ(to_wire(table), to_wire(FULL)) << text;
+  }
+}
+
+// The written text is byte-exact, and every table read strictly comes back from it unchanged.
+TEST(FactoryTableText, WritesAndReadsBack) {
+  EXPECT_EQ(factory_table_text(FULL),
+            "# Factory table values:\n"
+            "TYPE:       \"Pelmo-x\"\n"
+            "SN:         \"SN 0001\"\n"
+            "HW:         7\n"
+            "MODIF:      3\n"
+            "MAC:        0A:1B:2C:3D:4E:5F\n"
+            "DHCP:       0\n"
+            "IPV4_ADDR:  192.168.1.10\n"
+            "IPV4_MASK:  255.255.255.0\n"
+            "IPV4_GTW:   192.168.1.1\n");
+  for (const std::string& text : std::vector<std::string>{
+           BASE + MAC + IPV4, BASE + MAC + IPV6,
+           "SN: \"\"\nTYPE: \"" + std::string(31, '~') +
+               "\"\nMODIF: 65535\nHW: 0\nDHCP: 1\nMAC: ff:00:FF:00:ff:00\n"
+               "IPV6_ADDR: 255.0.255.0.255.0\nIPV6_MASK: 0.0.0.0.0.0\nIPV6_GTW: 1.1.1.1.1.1\n"}) {
+    FactoryTable table{};
+    ASSERT_TRUE(check_factory_table_text(text, table).ok) << text;
+    const std::string written = factory_table_text(table);
+    FactoryTable again{};
+    EXPECT_TRUE(check_factory_table_text(written, again).ok) << written;
+    EXPECT_EQ(to_wire(again), to_wire(table)) << written;
+  }
+}
+
+// The console listing is the file's text without its comment mark, then an empty line.
+TEST(PrintFactoryTable, ConsoleAndFileShareTheText) {
+  std::FILE* console = std::tmpfile();
+  std::FILE* file = std::tmpfile();
+  print_factory_table(FULL, console, file);
+  const auto contents = [](std::FILE* stream) {
+    std::string text(static_cast<std::size_t>(std::ftell(stream)), '\0');
+    std::rewind(stream);
+    text.resize(std::fread(text.data(), 1, text.size(), stream));
+    std::fclose(stream);
+    return text;
+  };
+  const std::string expected = factory_table_text(FULL);
+  EXPECT_EQ(contents(file), expected);
+  EXPECT_EQ(contents(console), expected.substr(2) + "\n");
 }
 
 }  // namespace
