@@ -59,6 +59,11 @@ class CliUdpSuite(UdpCliCase):
              lambda t: (self.assertIsNone(t["firmware"]), self.assertEqual(
                  {"name": "Rack Boot", "version": "3.05", "fw_address": FW_ADDRESS, "fw_max_size": 65536},
                  {k: t["bootloader"][k] for k in ("name", "version", "fw_address", "fw_max_size")}))),
+            # Images that do not fit the area the bootloader reports: nothing is erased.
+            (["flash", "big.bin"], 1, {"BOOTLOADER_INFO"}, {"ERASE_FW", "WRITE_FW"},
+             lambda t: self.assertEqual("input", t["result"])),
+            (["flash", "low.hex"], 1, {"BOOTLOADER_INFO"}, {"ERASE_FW", "WRITE_FW"},
+             lambda t: self.assertIn("0X07FFFF00", t["message"].upper())),
             (["flash", "fw.hex"], 0, fw_writes, set(), lambda t: self.assertEqual(5000, t["bytes"])),
             (["info"], 0, {"FW_INFO"}, set(),
              lambda t: self.assertEqual(5000, t["firmware"]["size"])),
@@ -106,6 +111,8 @@ class CliUdpSuite(UdpCliCase):
              lambda t: self.assertEqual(0, t["control"]["reset_count"])),
         ]
         self.write("short.bin", image[:4096])
+        self.write("big.bin", firmware_image(65537))
+        self.write("low.hex", hex_text(image[:64], FW_ADDRESS - 256))
         device.new_requests()
         for args, code, sent, not_sent, check in cases:
             with self.subTest(args=args):
