@@ -95,7 +95,9 @@ void ProgressDisplay::update(std::size_t target, const StepProgress& progress) {
     if (new_step) {
       std::string line = names_[target] + ": " + state.step;
       if (progress.total != 0) {
-        line += " " + std::to_string(progress.total) + " bytes";
+        // A read knows the area's size, not how much of it the device holds.
+        line += (progress.step == Step::read ? " up to " : " ") + std::to_string(progress.total) +
+                " bytes";
       }
       sink_(line + "\n");
     }
