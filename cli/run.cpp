@@ -91,6 +91,9 @@ RunReport run_job(Job& job, const std::vector<Target>& targets, const RunSetting
     for (std::size_t i = 0; i < targets.size(); ++i) {
       if (!hub_failure.empty() && std::holds_alternative<UdpDevice>(targets[i].address)) {
         run.targets[i] = link_failure(targets[i], hub_failure);
+        if (settings.progress != nullptr) {
+          settings.progress->finish(i, false);
+        }
         continue;
       }
       workers.emplace_back(
