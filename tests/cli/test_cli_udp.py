@@ -5,7 +5,7 @@ nothing, several devices at once, output files written whole or not at all. Runs
 from __future__ import annotations
 
 import os
-import subprocess
+import struct
 
 import cli_e2e
 from cli_e2e import FW_ADDRESS, UdpCliCase, firmware_image, stored_firmware
@@ -39,6 +39,14 @@ def srec_text(data: bytes, address: int) -> str:
     return lines + record("S7", address.to_bytes(4, "big"))
 
 
+def elf_file(data: bytes, address: int) -> bytes:
+    """A 32-bit little-endian executable with one loadable segment at `address`, as a linker writes it."""
+    header = struct.pack("<16sHHIIIIIHHHHHH", b"\x7fELF\x01\x01\x01" + bytes(9), 2, 40, 1, address, 52, 0, 0, 52,
+                         32, 1, 40, 0, 0)
+    segment = struct.pack("<IIIIIIII", 1, 84, address, address, len(data), len(data), 5, 4)
+    return header + segment + data
+
+
 class CliUdpSuite(UdpCliCase):
     def test_every_command(self):
         device, address = self.udp_device(0, *BOOT)
@@ -49,6 +57,7 @@ class CliUdpSuite(UdpCliCase):
         self.write("fw.bin", image)
         self.write("fw.hex", hex_text(image, FW_ADDRESS))
         self.write("fw.s37", srec_text(image, FW_ADDRESS))
+        self.write("fw.elf", elf_file(image, FW_ADDRESS))
         self.write("other.bin", other)
         self.write("cal.bin", cal)
         self.write("factory.txt", factory_text(FACTORY))
@@ -68,6 +77,7 @@ class CliUdpSuite(UdpCliCase):
             (["info"], 0, {"FW_INFO"}, set(),
              lambda t: self.assertEqual(5000, t["firmware"]["size"])),
             (["verify", "fw.s37"], 0, {"VERIFY_FW"}, {"ERASE_FW", "WRITE_FW"}, None),
+            (["verify", "fw.elf"], 0, {"VERIFY_FW"}, {"ERASE_FW", "WRITE_FW"}, None),
             (["verify", "other.bin"], 1, {"VERIFY_FW"}, set(),
              lambda t: self.assertEqual("mismatch", t["result"])),
             (["read", "out.bin"], 0, {"READ_FW"}, set(), None),  # replaced by the second read below
