@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "fuzz/fuzz_check.hpp"
+#include "pelmo/formats/firmware_file.hpp"
 #include "pelmo/formats/intel_hex.hpp"
 #include "pelmo/protocol/bytes.hpp"
 
@@ -30,6 +31,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint32_t length =
       pelmo::read_intel_hex(text, std::span(image.get(), capacity), limit, base);
   FUZZ_CHECK(length <= capacity && length <= limit);
+
+  // The segment read shares the flat read's record walk: from base 0, where both count load
+  // addresses alike, a text the flat read takes must place to the same bytes.
+  if (base == 0 && length != 0) {
+    const pelmo::FirmwareFileLoad segments = pelmo::parse_firmware_file(
+        pelmo::FirmwareFormat::intel_hex, std::span(data + 10, size - 10), "fuzz.hex");
+    FUZZ_CHECK(segments.file.has_value());
+    const pelmo::PlacedFirmware placed =
+        pelmo::place_firmware(*segments.file, pelmo::FirmwareArea{0, length});
+    FUZZ_CHECK(placed.image.size() == length);
+    for (std::size_t at = 0; at < length; ++at) {
+      // Bytes no record covers: erased in the placed image, untouched (zero) in the flat one.
+      FUZZ_CHECK(placed.image[at] == image[at] || (placed.image[at] == 0xFF && image[at] == 0));
+    }
+  }
 
   // The stream reader takes the file in blocks; it must come to the very same image.
   std::FILE* file = fmemopen(const_cast<char*>(text.data()), text.size(), "rb");

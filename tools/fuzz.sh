@@ -32,7 +32,8 @@ CXX=clang++ cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Re
 cmake --build "$build" -j "$jobs"
 
 # Harness, longest input, and its dictionary if any.
-harnesses=(frame:2100 hex:8192 factory_table:4096 command_line:1024 hostile_device:16384)
+harnesses=(frame:2100 hex:8192 factory_table:4096 command_line:1024 hostile_device:16384
+           srecord:8192 elf:8192)
 mkdir -p "$build/findings"
 summary="$build/fuzz-summary.txt"
 printf '%-16s %12s %10s %s\n' harness executions "execs/s" findings | tee "$summary"

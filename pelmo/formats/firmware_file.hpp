@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pelmo/formats/firmware_image.hpp"
+#include "pelmo/formats/image_segment.hpp"
 
 namespace pelmo {
 
@@ -29,11 +30,8 @@ std::optional<FirmwareFormat> firmware_format_of(std::string_view file_name);
 // "raw", "intel-hex", "s-record", "elf".
 std::string_view firmware_format_name(FirmwareFormat format);
 
-// Bytes that belong at consecutive device addresses (raw: at offsets from the area's start).
-struct ImageSegment {
-  std::uint32_t address = 0;
-  std::vector<std::uint8_t> bytes;
-};
+// ImageSegment (image_segment.hpp): bytes that belong at consecutive device addresses (raw: at
+// offsets from the area's start).
 
 // A firmware file as read, not yet placed. Segments keep the file's order; where two overlap, the
 // later one's bytes count, as the device would hold them after writing the records in order.
@@ -59,7 +57,10 @@ struct FirmwareFileLoad {
   std::string error;
 };
 
-// Reads `path` in the format its extension names. An empty image (no data byte) is an error.
+// Reads `path` in the format its extension names (the last one, letter case ignored). The file is
+// read no further than FIRMWARE_FILE_MAX_BYTES + 1 bytes: a longer one is refused. A file that does
+// not open is refused with the system's reason ("fw.bin: No such file or directory"). An empty
+// image (no data byte) is an error.
 FirmwareFileLoad load_firmware_file(const std::string& path);
 
 // The same for contents already in memory (Python's bytes, the fuzzers); `name` is used in errors.
@@ -67,9 +68,13 @@ FirmwareFileLoad parse_firmware_file(FirmwareFormat format, std::span<const std:
                                      std::string_view name);
 
 // A file placed into one device's firmware area: `image[0]` belongs at area.address, bytes no
-// segment covers are 0xFF (erased flash), and the image ends at the highest byte placed. Or, when
-// a byte lies outside [area.address, area.address + area.max_size), a one-line reason naming the
-// offending segment's addresses and the area. Exactly one of `image` (non-empty) and `error` set.
+// segment covers are 0xFF (erased flash), and the image ends at the highest byte placed; segments
+// are written in the file's order, so a later one overwrites an earlier one where they overlap.
+// Or, when a byte lies outside [area.address, area.address + area.max_size) (raw: the image is
+// longer than max_size), a one-line reason naming the offending segment's first and last address
+// and the area ("the image reaches 0x08095FFF (bytes 0x08090000..0x08095FFF), past the end of the
+// device's firmware area 0x08000000..0x0807FFFF (512 KiB)"). Exactly one of `image` (non-empty)
+// and `error` set.
 struct PlacedFirmware {
   std::vector<std::uint8_t> image;
   std::string error;

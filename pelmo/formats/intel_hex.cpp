@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "pelmo/formats/number_text.hpp"
 #include "pelmo/formats/stream_text.hpp"
@@ -58,17 +59,21 @@ HexError decode_record(std::string_view line, HexRecord& record) {
   return (sum & 0xFFu) == 0 ? HexError::none : HexError::bad_checksum;
 }
 
-// Builds the image one record line at a time, so the same rules serve text in memory and a file
-// read in blocks.
-class HexImageReader {
+// A start segment address record (03) names where execution begins, no image data. The flat read
+// has always refused it; the segment read skips it like a start linear address (05), since tools
+// write it with segment-addressed files.
+enum class StartSegmentRecord : bool { ends_read, skipped };
+
+// The record walk both reads share, one record line at a time, so the same rules serve text in
+// memory and a file read in blocks: decoding, line counting, extended addresses and the end
+// record. What becomes of a data record is the sink's: `take_data(address, bytes)` answers
+// HexError::none or the error that ends the read, `has_data()` whether any byte was taken.
+template <typename Sink>
+class HexRecordWalk {
  public:
-  HexImageReader(std::span<std::uint8_t> image, std::uint32_t limit, std::uint32_t base)
-      : image_(image),
-        base_(base),
-        // Bounds in 64 bits so that neither base + limit nor start + count can wrap.
-        end_bound_(std::uint64_t{base} + std::min<std::uint64_t>(limit, image.size())),
-        // Without an extended address record, load addresses count from the base.
-        upper_address_(base) {}
+  // `upper_address`: what load addresses count from until an extended address record.
+  HexRecordWalk(Sink& sink, std::uint32_t upper_address, StartSegmentRecord start_segment)
+      : sink_(sink), upper_address_(upper_address), start_segment_(start_segment) {}
 
   // Takes one line piece (its line end included or not); false once the read has ended, either
   // at the end-of-file record or at a failure.
@@ -80,14 +85,10 @@ class HexImageReader {
     return continues;
   }
 
-  // The outcome once the text has ended or the reader stopped taking lines.
-  HexReadResult result() {
-    if (!ended_) {
-      fail(HexError::missing_end_record);
-      result_.line = 0;
-    }
-    return result_;
-  }
+  // Once the text has ended or the walk stopped taking lines: none after a good end-of-file
+  // record, else the error and its line (0 when the text ended without an end record).
+  HexError error() const { return ended_ ? error_ : HexError::missing_end_record; }
+  std::uint32_t error_line() const { return ended_ ? error_line_ : 0; }
 
  private:
   bool take_record(std::string_view line) {
@@ -95,14 +96,17 @@ class HexImageReader {
       return fail(error);
     }
     switch (static_cast<HexRecordType>(record_.record_type)) {
-      case HexRecordType::data:
-        return take_data();
+      case HexRecordType::data: {
+        const std::uint32_t start = upper_address_ + record_.load_address;  // wraps like the device
+        const HexError error =
+            sink_.take_data(start, std::span(record_.data.data(), record_.byte_count));
+        return error == HexError::none || fail(error);
+      }
       case HexRecordType::end_of_file:
-        ended_ = true;
-        if (highest_end_ == 0) {
+        if (!sink_.has_data()) {
           return fail(HexError::no_data);
         }
-        result_.length = static_cast<std::uint32_t>(highest_end_ - base_);
+        ended_ = true;
         return false;
       case HexRecordType::extended_segment_address:
         if (record_.byte_count < 2) {
@@ -119,44 +123,85 @@ class HexImageReader {
         return true;
       case HexRecordType::start_linear_address:
         return true;
+      case HexRecordType::start_segment_address:
+        return start_segment_ == StartSegmentRecord::skipped || fail(HexError::unsupported_type);
       default:
         return fail(HexError::unsupported_type);
     }
   }
 
-  bool take_data() {
-    const std::uint32_t start = upper_address_ + record_.load_address;  // wraps like the device
-    const std::uint64_t end = std::uint64_t{start} + record_.byte_count;
-    if (start < base_ || end > end_bound_) {
-      result_.record_address = start;
-      result_.record_bytes = record_.byte_count;
-      return fail(HexError::outside_bounds);
-    }
-    if (record_.byte_count != 0) {
-      std::memcpy(image_.data() + (start - base_), record_.data.data(), record_.byte_count);
-      highest_end_ = std::max(highest_end_, end);
-      result_.data_bytes += record_.byte_count;
-    }
-    return true;
-  }
-
   bool fail(HexError error) {
     ended_ = true;
-    result_.length = 0;
-    result_.error = error;
-    result_.line = line_;
+    error_ = error;
+    error_line_ = line_;
     return false;
   }
 
+  Sink& sink_;
+  std::uint32_t upper_address_;
+  StartSegmentRecord start_segment_;
+  std::uint32_t line_ = 1;
+  bool ended_ = false;
+  HexError error_ = HexError::none;
+  std::uint32_t error_line_ = 0;
+  HexRecord record_{};
+};
+
+// Places data records into a flat image from `base`, within `limit` and the image's end.
+class FlatImageSink {
+ public:
+  FlatImageSink(std::span<std::uint8_t> image, std::uint32_t limit, std::uint32_t base)
+      : image_(image),
+        base_(base),
+        // Bounds in 64 bits so that neither base + limit nor start + count can wrap.
+        end_bound_(std::uint64_t{base} + std::min<std::uint64_t>(limit, image.size())) {}
+
+  HexError take_data(std::uint32_t start, std::span<const std::uint8_t> bytes) {
+    const std::uint64_t end = std::uint64_t{start} + bytes.size();
+    if (start < base_ || end > end_bound_) {
+      result_.record_address = start;
+      result_.record_bytes = static_cast<std::uint8_t>(bytes.size());
+      return HexError::outside_bounds;
+    }
+    if (!bytes.empty()) {
+      std::memcpy(image_.data() + (start - base_), bytes.data(), bytes.size());
+      highest_end_ = std::max(highest_end_, end);
+      result_.data_bytes += static_cast<std::uint32_t>(bytes.size());
+    }
+    return HexError::none;
+  }
+
+  bool has_data() const { return highest_end_ != 0; }
+
+  HexReadResult result(HexError error, std::uint32_t line) const {
+    HexReadResult result = result_;
+    result.error = error;
+    result.line = line;
+    result.length = error == HexError::none ? static_cast<std::uint32_t>(highest_end_ - base_) : 0;
+    return result;
+  }
+
+ private:
   std::span<std::uint8_t> image_;
   std::uint32_t base_;
   std::uint64_t end_bound_;
-  std::uint32_t upper_address_;
   std::uint64_t highest_end_ = 0;  // one past the highest device address written; 0: nothing yet
-  std::uint32_t line_ = 1;
-  bool ended_ = false;
   HexReadResult result_{};
-  HexRecord record_{};
+};
+
+// Collects data records as segments at their device addresses.
+class SegmentSink {
+ public:
+  explicit SegmentSink(std::size_t max_bytes) : builder_(max_bytes) {}
+
+  HexError take_data(std::uint32_t start, std::span<const std::uint8_t> bytes) {
+    return builder_.add(start, bytes) ? HexError::none : HexError::too_much_data;
+  }
+  bool has_data() const { return builder_.data_bytes() != 0; }
+  std::vector<ImageSegment> take() { return builder_.take(); }
+
+ private:
+  SegmentBuilder builder_;
 };
 
 }  // namespace
@@ -165,22 +210,66 @@ bool parse_hex_record(std::string_view line, HexRecord& record) {
   return decode_record(line, record) == HexError::none;
 }
 
+std::string_view hex_error_text(HexError error) {
+  switch (error) {
+    case HexError::none:
+      return "no error";
+    case HexError::malformed_record:
+      return "malformed record";
+    case HexError::bad_checksum:
+      return "checksum mismatch";
+    case HexError::unsupported_type:
+      return "unsupported record type";
+    case HexError::short_address:
+      return "address record with fewer than two data bytes";
+    case HexError::outside_bounds:
+      return "data record outside the image";
+    case HexError::missing_end_record:
+      return "no end-of-file record";
+    case HexError::no_data:
+      return "end-of-file record before any data";
+    case HexError::too_much_data:
+      return "more data than a firmware file may hold";
+  }
+  return "unknown error";
+}
+
 HexReadResult read_hex_image(std::string_view text, std::span<std::uint8_t> image,
                              std::uint32_t limit, std::uint32_t base) {
-  HexImageReader reader(image, limit, base);
-  while (!text.empty() && reader.take_line(take_line_piece(text, HEX_LINE_MAX_CHARS))) {
+  FlatImageSink sink(image, limit, base);
+  // Without an extended address record, load addresses count from the base.
+  HexRecordWalk walk(sink, base, StartSegmentRecord::ends_read);
+  while (!text.empty() && walk.take_line(take_line_piece(text, HEX_LINE_MAX_CHARS))) {
   }
-  return reader.result();
+  return sink.result(walk.error(), walk.error_line());
 }
 
 HexReadResult read_hex_image(std::FILE* input, std::span<std::uint8_t> image, std::uint32_t limit,
                              std::uint32_t base) {
-  HexImageReader reader(image, limit, base);
+  FlatImageSink sink(image, limit, base);
+  HexRecordWalk walk(sink, base, StartSegmentRecord::ends_read);
   // Blocks rather than the whole file: a multi-megabyte text would otherwise cost a buffer of its
   // size, and its page faults dominate the load time.
   for_each_line_piece(input, HEX_LINE_MAX_CHARS,
-                      [&reader](std::string_view piece) { return reader.take_line(piece); });
-  return reader.result();
+                      [&walk](std::string_view piece) { return walk.take_line(piece); });
+  return sink.result(walk.error(), walk.error_line());
+}
+
+SegmentRead read_hex_segments(std::string_view text, std::size_t max_bytes) {
+  SegmentSink sink(max_bytes);
+  HexRecordWalk walk(sink, 0, StartSegmentRecord::skipped);
+  while (!text.empty() && walk.take_line(take_line_piece(text, HEX_LINE_MAX_CHARS))) {
+  }
+  SegmentRead read;
+  if (const HexError error = walk.error(); error != HexError::none) {
+    if (walk.error_line() != 0) {
+      read.where = "line " + std::to_string(walk.error_line());
+    }
+    read.error = hex_error_text(error);
+  } else {
+    read.segments = sink.take();
+  }
+  return read;
 }
 
 }  // namespace pelmo

@@ -6,9 +6,12 @@
 #include <span>
 #include <string_view>
 
+#include "pelmo/formats/image_segment.hpp"
+
 namespace pelmo {
 
-// Record types the reader knows; any other type (start segment address 03 included) ends a read.
+// Record types the reader knows; any other type ends a read, and so does a start segment address
+// record (03) in read_hex_image.
 enum class HexRecordType : std::uint8_t {
   data = 0x00,
   end_of_file = 0x01,
@@ -44,7 +47,11 @@ enum class HexError : std::uint8_t {
   outside_bounds,      // a data record below the base or past base + limit
   missing_end_record,  // the text ended before an end-of-file record
   no_data,             // the end-of-file record came before any data byte
+  too_much_data,       // the segment read only: the records carry more data than its bound
 };
+
+// A short lower-case wording of `error` for messages ("checksum mismatch").
+std::string_view hex_error_text(HexError error);
 
 // What a read did. On failure the image holds whatever the records before the failing one placed.
 struct HexReadResult {
@@ -78,5 +85,12 @@ inline std::uint32_t read_intel_hex(std::FILE* input, std::span<std::uint8_t> im
                                     std::uint32_t limit, std::uint32_t base) {
   return read_hex_image(input, image, limit, base).length;
 }
+
+// Reads Intel HEX text as segments at the device addresses its records name, by the same record
+// rules as read_hex_image (line ends, extended addresses, the end-of-file record), without a base
+// or limit: the caller places the segments. Unlike read_hex_image it skips a start segment address
+// record (03), as it does 05. The records may carry at most `max_bytes` of data.
+// Errors are located by line ("line 12").
+SegmentRead read_hex_segments(std::string_view text, std::size_t max_bytes);
 
 }  // namespace pelmo

@@ -255,13 +255,9 @@ Outcome DeviceSession::flash(const FirmwareFile& file, const FlashOptions& optio
     return written;
   }
   if (options.verify) {
-    Outcome verified = run_step(
-        Step::verify, length, [&] { return verify_firmware(link_.driver(), image); },
-        FailureKind::mismatch);
-    if (!verified.ok()) {
-      if (verified.kind == FailureKind::mismatch) {
-        verified.message = "verify: the device's firmware differs from the image just written";
-      }
+    if (Outcome verified = compare_step(
+            length, [&] { return verify_firmware(link_.driver(), image); }, "firmware");
+        !verified.ok()) {
       return verified;
     }
   }
@@ -297,13 +293,9 @@ Outcome DeviceSession::verify(const FirmwareFile& file) {
                           "header)",
                           image.size(), static_cast<unsigned>(MIN_VERIFY_LENGTH)));
   }
-  Outcome verified = run_step(
-      Step::verify, image.size(), [&] { return verify_firmware(link_.driver(), image); },
-      FailureKind::mismatch);
-  if (verified.kind == FailureKind::mismatch) {
-    verified.message = "verify: the device's firmware differs from the image";
-  }
-  if (!verified.ok()) {
+  if (Outcome verified = compare_step(
+          image.size(), [&] { return verify_firmware(link_.driver(), image); }, "firmware");
+      !verified.ok()) {
     return verified;
   }
   return success(format("verified %zu bytes", image.size()), image.size());
@@ -339,6 +331,32 @@ Outcome DeviceSession::read(std::vector<std::uint8_t>& firmware) {
   return success(format("read %u bytes", static_cast<unsigned>(length)), length);
 }
 
+Outcome DeviceSession::compare_step(std::uint64_t size, const std::function<ResultCode()>& command,
+                                    std::string_view what) {
+  Outcome verified = run_step(Step::verify, size, command, FailureKind::mismatch);
+  if (verified.kind == FailureKind::mismatch) {
+    verified.message = "verify: the device's " + std::string(what) + " differs";
+  }
+  return verified;
+}
+
+Outcome DeviceSession::rewrite_table(const TableCommands& table, std::uint64_t size) {
+  link_.set_erase_area(TABLE_ERASE_AREA);
+  if (Outcome outcome = run_step(Step::erase, 0, table.erase); !outcome.ok()) {
+    return outcome;
+  }
+  if (Outcome outcome = run_step(Step::write, size, table.write); !outcome.ok()) {
+    outcome.message += "; the " + std::string(table.title) + " is incomplete: write it again";
+    return outcome;
+  }
+  if (Outcome outcome = compare_step(size, table.verify, table.title); !outcome.ok()) {
+    return outcome;
+  }
+  return success(std::string(table.title) + format(" erased, written and verified: %llu bytes",
+                                                   static_cast<unsigned long long>(size)),
+                 size);
+}
+
 Outcome DeviceSession::read_factory(FactoryTable& table) {
   FactoryTable read{};
   Outcome outcome = run_step(Step::read, FACTORY_TABLE_SIZE,
@@ -351,51 +369,25 @@ Outcome DeviceSession::read_factory(FactoryTable& table) {
 }
 
 Outcome DeviceSession::write_factory(const FactoryTable& table) {
-  link_.set_erase_area(FACTORY_TABLE_SIZE);
-  if (Outcome outcome =
-          run_step(Step::erase, 0, [&] { return erase_factory_table(link_.driver()); });
-      !outcome.ok()) {
-    return outcome;
-  }
-  if (Outcome outcome = run_step(Step::write, FACTORY_TABLE_SIZE,
-                                 [&] { return write_factory_table(link_.driver(), &table); });
-      !outcome.ok()) {
-    outcome.message += "; the factory table is incomplete: write it again";
-    return outcome;
-  }
-  Outcome verified = run_step(
-      Step::verify, FACTORY_TABLE_SIZE,
-      [&] { return verify_factory_table(link_.driver(), &table); }, FailureKind::mismatch);
-  if (verified.kind == FailureKind::mismatch) {
-    verified.message = "verify: the device's factory table differs from the one just written";
-  }
-  if (!verified.ok()) {
-    return verified;
-  }
-  return success("factory table erased, written and verified", FACTORY_TABLE_SIZE);
+  const LinkDriver* link = link_.driver();
+  return rewrite_table({.title = "factory table",
+                        .erase = [&] { return erase_factory_table(link); },
+                        .write = [&] { return write_factory_table(link, &table); },
+                        .verify = [&] { return verify_factory_table(link, &table); }},
+                       FACTORY_TABLE_SIZE);
 }
 
 Outcome DeviceSession::verify_factory(const FactoryTable& table) {
-  Outcome verified = run_step(
-      Step::verify, FACTORY_TABLE_SIZE,
-      [&] { return verify_factory_table(link_.driver(), &table); }, FailureKind::mismatch);
-  if (verified.kind == FailureKind::mismatch) {
-    verified.message = "verify: the device's factory table differs";
-  }
-  if (!verified.ok()) {
-    return verified;
-  }
-  return success("factory table verified", FACTORY_TABLE_SIZE);
+  Outcome verified = compare_step(
+      FACTORY_TABLE_SIZE, [&] { return verify_factory_table(link_.driver(), &table); },
+      "factory table");
+  return verified.ok() ? success("factory table verified", FACTORY_TABLE_SIZE) : verified;
 }
 
 Outcome DeviceSession::erase_factory() {
-  link_.set_erase_area(FACTORY_TABLE_SIZE);
-  if (Outcome outcome =
-          run_step(Step::erase, 0, [&] { return erase_factory_table(link_.driver()); });
-      !outcome.ok()) {
-    return outcome;
-  }
-  return success("factory table erased");
+  link_.set_erase_area(TABLE_ERASE_AREA);
+  Outcome erased = run_step(Step::erase, 0, [&] { return erase_factory_table(link_.driver()); });
+  return erased.ok() ? success("factory table erased") : erased;
 }
 
 namespace {
@@ -404,7 +396,7 @@ bool is_backup(CalibrationTableKind table) {
   return table == CalibrationTableKind::backup;
 }
 
-const char* table_title(CalibrationTableKind table) {
+std::string_view table_title(CalibrationTableKind table) {
   return is_backup(table) ? "calibration backup table" : "calibration table";
 }
 
@@ -428,8 +420,9 @@ Outcome DeviceSession::read_calibration(CalibrationTableKind table,
     return outcome;
   }
   data.resize(length);
-  return success(format("%s read: %u bytes", table_title(table), static_cast<unsigned>(length)),
-                 length);
+  return success(
+      std::string(table_title(table)) + format(" read: %u bytes", static_cast<unsigned>(length)),
+      length);
 }
 
 Outcome DeviceSession::write_calibration(CalibrationTableKind table,
@@ -437,34 +430,13 @@ Outcome DeviceSession::write_calibration(CalibrationTableKind table,
   if (data.size() > CALIBRATION_MAX_BYTES) {
     return too_large_table(data.size());
   }
-  link_.set_erase_area(TABLE_ERASE_AREA);
-  if (Outcome outcome =
-          run_step(Step::erase, 0,
-                   [&] { return erase_calibration_table(link_.driver(), is_backup(table)); });
-      !outcome.ok()) {
-    return outcome;
-  }
-  if (Outcome outcome =
-          run_step(Step::write, data.size(),
-                   [&] { return write_calibration_table(link_.driver(), is_backup(table), data); });
-      !outcome.ok()) {
-    outcome.message += format("; the %s is incomplete: write it again", table_title(table));
-    return outcome;
-  }
-  Outcome verified = run_step(
-      Step::verify, data.size(),
-      [&] { return verify_calibration_table(link_.driver(), is_backup(table), data); },
-      FailureKind::mismatch);
-  if (verified.kind == FailureKind::mismatch) {
-    verified.message =
-        format("verify: the device's %s differs from the data just written", table_title(table));
-  }
-  if (!verified.ok()) {
-    return verified;
-  }
-  return success(
-      format("%s erased, written and verified: %zu bytes", table_title(table), data.size()),
-      data.size());
+  const LinkDriver* link = link_.driver();
+  const bool backup = is_backup(table);
+  return rewrite_table({.title = table_title(table),
+                        .erase = [&] { return erase_calibration_table(link, backup); },
+                        .write = [&] { return write_calibration_table(link, backup, data); },
+                        .verify = [&] { return verify_calibration_table(link, backup, data); }},
+                       data.size());
 }
 
 Outcome DeviceSession::verify_calibration(CalibrationTableKind table,
@@ -472,28 +444,20 @@ Outcome DeviceSession::verify_calibration(CalibrationTableKind table,
   if (data.size() > CALIBRATION_MAX_BYTES) {
     return too_large_table(data.size());
   }
-  Outcome verified = run_step(
-      Step::verify, data.size(),
-      [&] { return verify_calibration_table(link_.driver(), is_backup(table), data); },
-      FailureKind::mismatch);
-  if (verified.kind == FailureKind::mismatch) {
-    verified.message = format("verify: the device's %s differs", table_title(table));
-  }
-  if (!verified.ok()) {
-    return verified;
-  }
-  return success(format("%s verified: %zu bytes", table_title(table), data.size()), data.size());
+  Outcome verified = compare_step(
+      data.size(), [&] { return verify_calibration_table(link_.driver(), is_backup(table), data); },
+      table_title(table));
+  return verified.ok() ? success(std::string(table_title(table)) +
+                                     format(" verified: %zu bytes", data.size()),
+                                 data.size())
+                       : verified;
 }
 
 Outcome DeviceSession::erase_calibration(CalibrationTableKind table) {
   link_.set_erase_area(TABLE_ERASE_AREA);
-  if (Outcome outcome =
-          run_step(Step::erase, 0,
-                   [&] { return erase_calibration_table(link_.driver(), is_backup(table)); });
-      !outcome.ok()) {
-    return outcome;
-  }
-  return success(format("%s erased", table_title(table)));
+  Outcome erased = run_step(
+      Step::erase, 0, [&] { return erase_calibration_table(link_.driver(), is_backup(table)); });
+  return erased.ok() ? success(std::string(table_title(table)) + " erased") : erased;
 }
 
 Outcome DeviceSession::read_control(ControlRecord& record) {

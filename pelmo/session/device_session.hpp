@@ -104,6 +104,15 @@ class DeviceSession {
   // outcome whose message names the step.
   Outcome run_step(Step step, std::uint64_t total, const std::function<ResultCode()>& command,
                    FailureKind mismatch_kind = FailureKind::protocol);
+  // A verify whose mismatch says that the device's `what` differs.
+  Outcome compare_step(std::uint64_t size, const std::function<ResultCode()>& command,
+                       std::string_view what);
+  // A table is always rewritten whole: erase, write, verify.
+  struct TableCommands {
+    std::string_view title;  // "factory table"
+    std::function<ResultCode()> erase, write, verify;
+  };
+  Outcome rewrite_table(const TableCommands& table, std::uint64_t size);
   // The file placed into the device's area, or the outcome that says why it cannot be.
   Outcome place(const FirmwareFile& file, std::vector<std::uint8_t>& image);
   // True when the device holds exactly `image` (its sealed length and, by the device's own

@@ -1,0 +1,9 @@
+// The S-record reader and the placement on arbitrary text.
+#include <cstdint>
+
+#include "fuzz/firmware_file_check.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  check_firmware_file(pelmo::FirmwareFormat::srecord, data, size);
+  return 0;
+}
