@@ -9,10 +9,10 @@
 #include <thread>
 
 #include "cli/json_report.hpp"
+#include "cli/ports_command.hpp"
 #include "cli/run.hpp"
 #include "cli/text_report.hpp"
 #include "pelmo/transport/port_layer.hpp"
-#include "pelmo/transport/serial_port_list.hpp"
 #include "pelmo/transport/terminal.hpp"
 
 namespace pelmo::cli {
@@ -40,12 +40,6 @@ int refuse(bool json, std::string_view command, const std::string& error) {
     print(stdout, json_refusal(command, error));
   }
   return EXIT_REFUSED;
-}
-
-int list_ports(const CommandLine& line) {
-  const std::vector<SerialPortEntry> ports = list_serial_ports();
-  print(stdout, line.json ? json_ports(ports) : text_ports(ports));
-  return EXIT_OK;
 }
 
 std::uint64_t now_ms() {
@@ -146,7 +140,8 @@ int run_program(const std::vector<std::string>& arguments) {
       return refuse(line.json, "ports",
                     "ports lists this host's serial ports and takes no targets");
     }
-    return list_ports(line);
+    print(stdout, ports_listing(line.json));
+    return EXIT_OK;
   }
   return run_on_targets(line);
 }
