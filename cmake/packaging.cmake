@@ -5,11 +5,16 @@ include(CMakePackageConfigHelpers)
 
 set(PELMO_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/Pelmo)
 
-set(pelmo_programs PelmoWin)
+set(pelmo_programs PelmoWin pelmo-cli)
 if(TARGET pelmo-device)
   list(APPEND pelmo_programs pelmo-device)
 endif()
 install(TARGETS ${pelmo_programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT programs)
+# pelmo's completion, where bash-completion looks for it when `pelmo` is first completed.
+if(NOT WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/bash-completion/pelmo
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT programs)
+endif()
 
 # The warning flags are the build tree's own: the library links them for its build only, so the
 # export set holds the library alone.

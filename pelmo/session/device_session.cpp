@@ -79,7 +79,11 @@ std::string_view step_name(Step step) {
 DeviceSession::DeviceSession(port::PortLayer& ports) : link_(ports) {
   link_.set_transfer_observer([this](const TransferProgress& progress) {
     if (observer_) {
-      observer_(StepProgress{progress.device, step_, progress.done, progress.total});
+      // A read's buffer is the whole area; the step's own total is what the device is known to
+      // hold, never less than what has come.
+      const std::uint64_t total =
+          step_total_ != 0 ? std::max<std::uint64_t>(step_total_, progress.done) : progress.total;
+      observer_(StepProgress{progress.device, step_, progress.done, total});
     }
   });
 }
@@ -109,6 +113,7 @@ Outcome DeviceSession::run_step(Step step, std::uint64_t total,
                                 const std::function<ResultCode()>& command,
                                 FailureKind mismatch_kind) {
   step_ = step;
+  step_total_ = total;
   if (observer_) {
     observer_(StepProgress{link_.name(), step, 0, total});
   }
@@ -122,7 +127,7 @@ Outcome DeviceSession::run_step(Step step, std::uint64_t total,
     case FailureKind::timeout: {
       const ExchangeTally& tally = link_.last_timeout();
       return failure(code, kind,
-                     format("%.*s: no answer from the device after %u attempt%s in %.1f s",
+                     format("%.*s: no answer from the device after %u attempt%s in %.2f s",
                             static_cast<int>(name.size()), name.data(), tally.attempts,
                             tally.attempts == 1 ? "" : "s", tally.waited_ms / 1000.0));
     }
@@ -319,9 +324,12 @@ Outcome DeviceSession::read(std::vector<std::uint8_t>& firmware) {
   if (Outcome outcome = firmware_area(area); !outcome.ok()) {
     return outcome;
   }
+  // The firmware's sealed size, when it has a valid header, is what the read will bring.
+  FirmwareInfo info{};
+  const bool sized = firmware_info(info).ok() && info.size != 0 && info.size <= area.max_size;
   firmware.assign(area.max_size, 0xFF);
   std::uint32_t length = 0;
-  Outcome outcome = run_step(Step::read, area.max_size,
+  Outcome outcome = run_step(Step::read, sized ? info.size : area.max_size,
                              [&] { return read_firmware(link_.driver(), firmware, &length); });
   if (!outcome.ok()) {
     firmware.clear();

@@ -122,6 +122,7 @@ class DeviceSession {
   DeviceLink link_;
   StepObserver observer_;
   Step step_ = Step::query;
+  std::uint64_t step_total_ = 0;
   std::optional<FirmwareArea> area_;
 };
 

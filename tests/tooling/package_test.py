@@ -32,7 +32,10 @@ def check_tree(root, args):
     missing = [w for w in wanted if not os.path.isfile(os.path.join(root, w))]
     if missing or not glob.glob(os.path.join(root, "lib*/**/libpelmo.a"), recursive=True):
         sys.exit(f"missing: {missing or 'libpelmo.a'}")
-    leaked = [d for d in ("app", "simulator", "tests") if os.path.exists(f"{root}/include/pelmo/{d}")]
+    completion = os.path.join(root, "share", "bash-completion", "completions", "pelmo")
+    if args.completion and not (os.path.isfile(completion) and filecmp.cmp(completion, args.completion, shallow=False)):
+        sys.exit("share/bash-completion/completions/pelmo missing or not the source's")
+    leaked = [d for d in ("app", "cli", "simulator", "tests") if os.path.exists(f"{root}/include/pelmo/{d}")]
     if leaked:
         sys.exit(f"headers of folders outside the library installed: {leaked}")
 
@@ -90,8 +93,9 @@ def main():
     ap.add_argument("mode", choices=["install", "deb"])
     ap.add_argument("--build-dir", required=True)
     ap.add_argument("--programs", nargs="+", required=True)
-    # The consumer's source folder, the build's tools and sanitizers, the package version.
-    for name in ("cmake", "consumer", "generator", "cxx", "sanitize", "cpack", "version"):
+    # The consumer's source folder, the build's tools and sanitizers, the package version, the
+    # completion script the package must hold.
+    for name in ("cmake", "consumer", "generator", "cxx", "sanitize", "cpack", "version", "completion"):
         ap.add_argument(f"--{name}", default="")
     # The Python package's folder under the prefix (none: not built) and the interpreter to import it.
     ap.add_argument("--python-dir", default="")
