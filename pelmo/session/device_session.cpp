@@ -224,6 +224,16 @@ Outcome DeviceSession::holds_image(std::span<const std::uint8_t> image, bool& id
   return compared;
 }
 
+Outcome DeviceSession::write_step(std::span<const std::uint8_t> image) {
+  const auto length = static_cast<std::uint32_t>(image.size());
+  Outcome written =
+      run_step(Step::write, length, [&] { return write_firmware(link_.driver(), image, length); });
+  if (!written.ok()) {
+    written.message += "; the device's firmware is incomplete: flash it again";
+  }
+  return written;
+}
+
 Outcome DeviceSession::flash(const FirmwareFile& file, const FlashOptions& options) {
   std::vector<std::uint8_t> image;
   if (Outcome outcome = place(file, image); !outcome.ok()) {
@@ -252,16 +262,12 @@ Outcome DeviceSession::flash(const FirmwareFile& file, const FlashOptions& optio
       !outcome.ok()) {
     return outcome;
   }
-  const auto length = static_cast<std::uint32_t>(image.size());
-  Outcome written =
-      run_step(Step::write, length, [&] { return write_firmware(link_.driver(), image, length); });
-  if (!written.ok()) {
-    written.message += "; the device's firmware is incomplete: flash it again";
+  if (Outcome written = write_step(image); !written.ok()) {
     return written;
   }
   if (options.verify) {
     if (Outcome verified = compare_step(
-            length, [&] { return verify_firmware(link_.driver(), image); }, "firmware");
+            image.size(), [&] { return verify_firmware(link_.driver(), image); }, "firmware");
         !verified.ok()) {
       return verified;
     }
@@ -277,11 +283,7 @@ Outcome DeviceSession::write(const FirmwareFile& file) {
   if (Outcome outcome = place(file, image); !outcome.ok()) {
     return outcome;
   }
-  const auto length = static_cast<std::uint32_t>(image.size());
-  Outcome written =
-      run_step(Step::write, length, [&] { return write_firmware(link_.driver(), image, length); });
-  if (!written.ok()) {
-    written.message += "; the device's firmware is incomplete: flash it again";
+  if (Outcome written = write_step(image); !written.ok()) {
     return written;
   }
   return success(format("wrote %zu bytes", image.size()), image.size());

@@ -104,6 +104,8 @@ class DeviceSession {
   // outcome whose message names the step.
   Outcome run_step(Step step, std::uint64_t total, const std::function<ResultCode()>& command,
                    FailureKind mismatch_kind = FailureKind::protocol);
+  // Writes the placed image; a failure says the firmware is left incomplete.
+  Outcome write_step(std::span<const std::uint8_t> image);
   // A verify whose mismatch says that the device's `what` differs.
   Outcome compare_step(std::uint64_t size, const std::function<ResultCode()>& command,
                        std::string_view what);
