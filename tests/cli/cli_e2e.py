@@ -18,7 +18,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "e2e"))
 import pelmo_e2e  # noqa: E402
-from pelmo_e2e import Device, NamespaceUdp, Topology, udp_topology  # noqa: E402
+from pelmo_e2e import Device, NamespaceUdp, Topology, class_udp_topology  # noqa: E402
 from samples import firmware_image, stored_firmware  # noqa: E402,F401
 
 FW_ADDRESS = 0x08000000
@@ -133,9 +133,7 @@ class UdpCliCase(CliCase):
     @classmethod
     def setUpClass(cls) -> None:
         super().setUpClass()
-        cls.topology = udp_topology()
-        cls.topology.setup()
-        cls.addClassCleanup(cls.topology.teardown)
+        cls.topology = class_udp_topology(cls)
         cls.udp = UdpDevices(cls.topology)
 
     def udp_device(self, index: int, *options: str) -> tuple[Device, str]:

@@ -117,6 +117,14 @@ class LoopbackUdp(Topology):
             self.lock = None
 
 
+def class_udp_topology(case: type[unittest.TestCase]) -> Topology:
+    """A UDP link set up for a whole test class and torn down after it."""
+    topology = udp_topology()
+    topology.setup()
+    case.addClassCleanup(topology.teardown)
+    return topology
+
+
 def udp_topology() -> Topology:
     kinds = [LoopbackUdp] if os.environ.get("PELMO_E2E_UDP") == "loopback" else [NamespaceUdp, LoopbackUdp]
     reasons = [kind.available() for kind in kinds]
@@ -303,9 +311,7 @@ class UdpCase(E2eCase):
     @classmethod
     def setUpClass(cls) -> None:
         super().setUpClass()
-        cls.topology = udp_topology()
-        cls.topology.setup()
-        cls.addClassCleanup(cls.topology.teardown)
+        cls.topology = class_udp_topology(cls)
 
 
 class PtyCase(E2eCase):
